@@ -1,0 +1,70 @@
+#pragma once
+// Positioned, exception-free access to one file. Every read returns data only
+// when exactly the requested number of bytes was read; anything else is
+// "none" (std::nullopt), so that a checker treats a short or failed read as
+// one more problem to log. A handle is backed either by a POSIX descriptor
+// (pread/pwrite, never a per-byte system call) or by bytes held in memory, so
+// tests can check files that exist only in memory.
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "core/Bytes.h"
+
+namespace sondrel {
+
+class FileHandle {
+public:
+    static constexpr uint64_t kNotFound = ~uint64_t(0);
+
+    // Opens a regular file read-only. Anything else (a FIFO, a socket, a
+    // device, a folder) is refused without ever blocking; `error` then holds
+    // a sentence fit for the log.
+    static std::unique_ptr<FileHandle> openForReading(const std::string& path, std::string& error);
+    // Opens (without creating) a file for writing.
+    static std::unique_ptr<FileHandle> openForWriting(const std::string& path, std::string& error);
+    // Wraps a standard stream descriptor (for example 1 for standard output) without owning it.
+    static std::unique_ptr<FileHandle> borrowDescriptor(int fd);
+    static std::unique_ptr<FileHandle> fromMemory(Bytes contents);
+
+    ~FileHandle();
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+
+    // Current length of the file (memory: of the buffer).
+    uint64_t length() const;
+
+    std::optional<Bytes> readDataAtOffset(uint64_t offset, uint64_t length);
+    // Reads into a caller's buffer; true only when exactly `length` bytes were read.
+    bool readInto(uint64_t offset, uint8_t* out, uint64_t length);
+    std::optional<Bytes> readToEndFromOffset(uint64_t offset);
+    std::optional<Bytes> readDataSize(uint64_t length);
+    bool seekToOffset(uint64_t offset);
+    uint64_t seekToEnd();
+    uint64_t position() const { return position_; }
+
+    bool writeDataObj(ByteSpan data);
+    bool writeDataAtOffset(ByteSpan data, uint64_t offset);
+    bool truncateFileHere();
+    bool truncateFileAtOfs(uint64_t offset);
+    bool flush();
+    bool synchronize();
+    bool closeTheFile();
+
+    // First offset in [start, stop) at which `marker` lies wholly before stop,
+    // searched in 10240-byte blocks that overlap by marker length - 1; a block
+    // whose read comes back short ends the search. kNotFound when absent.
+    uint64_t spanForMarker(const uint8_t* marker, uint64_t markerLength, uint64_t startOffset,
+                           uint64_t stopOffset);
+
+private:
+    FileHandle() = default;
+    int fd_ = -1;
+    bool ownsFd_ = false;
+    bool isMemory_ = false;
+    Bytes memory_;
+    uint64_t position_ = 0;
+};
+
+}  // namespace sondrel

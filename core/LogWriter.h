@@ -1,0 +1,70 @@
+#pragma once
+// The log file: prepared at the start of a scan (a new file every scan), then
+// one heading per file and one line per problem, in an exact layout:
+//   first line   "%@ Version %@ (Build %@)  %@\n"
+//   heading      "\n%@  %@\n"                 (modification date, full path)
+//   problem      "    %012lu  %@: %@\n"       (offset, category word, message)
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/FileHandle.h"
+#include "core/LogError.h"
+
+namespace sondrel {
+
+// An alert for the user: a title and a text (the desktop shows a sheet, the
+// command line prints both to standard error).
+struct Alert {
+    std::string title;
+    std::string text;
+};
+
+// One problem line, without the trailing line feed added by the caller.
+std::string formatProblemLine(const LogError& e);
+// "yyyy-MM-dd'T'HH:mm:ss" in local time, no zone.
+std::string getDateTimeFormat(std::time_t t);
+std::string getNowTimeFormat();
+// The file's modification date in the log format; nullopt when it cannot be read.
+std::optional<std::string> modificationDate(const std::string& path);
+
+class LogWriter {
+public:
+    // Called (on the scan thread) when a write fails; waits until the alert is dismissed.
+    using AlertSink = std::function<void(const Alert&)>;
+
+    explicit LogWriter(AlertSink threadedAlert = {});
+    ~LogWriter();
+
+    // Opening at Start: refuses a folder, creates a missing file, opens it,
+    // truncates it to 0 and writes the first line. On failure returns the
+    // alert to show and leaves nothing open.
+    std::optional<Alert> openLog(const std::string& logPath);
+    // Writes to an already open descriptor (standard output) instead of a file.
+    std::optional<Alert> openStream(int fd);
+    bool prepLog();
+    // Appends a heading (when `path` is given) and the problem lines; with
+    // `logAllFiles` every write is forced to disk. False only when writing failed.
+    bool writeToLog(const std::optional<std::string>& path, const std::string& modDate,
+                    const std::optional<std::vector<LogError>>& errors, bool logAllFiles);
+    void closeLog();
+
+    uint64_t errorTotal() const { return errorTotal_.load(); }
+    void resetErrorTotal() { errorTotal_ = 0; }
+
+    // The program's name, version and build for the first line.
+    static std::string firstLine(const std::string& startTime);
+
+private:
+    bool fail();
+    AlertSink threadedAlert_;
+    std::unique_ptr<FileHandle> handle_;
+    std::atomic<uint64_t> errorTotal_{0};
+};
+
+}  // namespace sondrel

@@ -1,0 +1,11 @@
+#include "formats/flac_ogg/FlacTag.h"
+
+namespace sondrel {
+
+// Not yet checked: the file is only opened and closed.
+FlacTag::FlacTag(const std::string& /*path*/, Tag& tag) {
+    uint64_t size = 0;
+    if (auto handle = tag.setupFile(size)) handle->closeTheFile();
+}
+
+}  // namespace sondrel

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs every Debian package that building, testing, fuzzing and benchmarking need.
+# Safe to run again: apt-get skips what is already there.
+set -euo pipefail
+
+packages=(
+  # toolchain and build
+  build-essential g++ cmake ninja-build pkg-config clang clang-format libclang-rt-14-dev
+  # libraries
+  libicu-dev libfmt-dev libcli11-dev liburiparser-dev
+  libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
+  # tests and benchmarks
+  libgtest-dev libgmock-dev googletest libbenchmark-dev python3
+  # desktop application and its headless tests
+  qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
+  # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
+  ffmpeg lame flac vorbis-tools opus-tools wavpack sox eyed3 python3-mutagen id3v2 atomicparsley mp3val
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+
+if [ "${#missing[@]}" -gt 0 ]; then
+  SUDO=""
+  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+echo "install-deps: all packages present"
