@@ -1,0 +1,15 @@
+#pragma once
+// Artwork checks: the data must decode as an image, and a JPEG or PNG MIME
+// type must match what the data really is.
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sondrel::ImageValidator {
+
+// A message for undecodable or mislabelled artwork, or nullopt when it is fine.
+std::optional<std::string> validateImage(const uint8_t* bytes, size_t length, std::string_view mimeType);
+
+}  // namespace sondrel::ImageValidator
