@@ -1,11 +1,349 @@
 #include "formats/chunked/DffTag.h"
 
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+#include "core/LogError.h"
+
 namespace sondrel {
 
-// Not yet checked: the file is only opened and closed.
-DffTag::DffTag(const std::string& /*path*/, Tag& tag) {
-    uint64_t size = 0;
-    if (auto handle = tag.setupFile(size)) handle->closeTheFile();
+namespace {
+
+constexpr const char* kInsufficientData = "Insufficient data to contain a valid DFF file";
+constexpr const char* kReadError = "Read error";
+// Arguments: the FRM8 size, the file size - 12.
+constexpr const char* kSizeMismatch =
+    "The contained file size of %" PRIu64 " does not represent the adjusted file size of %" PRIu64;
+constexpr const char* kInvalidSignature = "Invalid DFF signature";
+constexpr const char* kMissingFVER = "Missing FVER chunk";
+constexpr const char* kMissingFVERSize = "Missing FVER chunk size";
+constexpr const char* kMissingPROP = "Missing PROP chunk";
+constexpr const char* kMissingFS = "Missing FS property";
+constexpr const char* kMissingCHNL = "Missing CHNL property";
+constexpr const char* kMissingCMPR = "Missing CMPR property";
+constexpr const char* kDuplicateCHNL = "Duplicate CHNL property";
+constexpr const char* kDuplicateCMPR = "Duplicate CMPR property";
+constexpr const char* kDuplicateFS = "Duplicate FS property";
+constexpr const char* kInvalidChannels = "Invalid number of channels (%" PRIu64 ")";
+constexpr const char* kMissingSound = "Missing DSD or DST sound chunk";
+// Arguments: the chunk's data size, the offset after it, the file size.
+constexpr const char* kChunkOverflows =
+    "Chunk overflows. size=%" PRIu64 ", next offset=%" PRIu64 ", file size=%" PRIu64;
+constexpr const char* kMoreThanOneSound = "File contains more than one sound chunk";
+constexpr const char* kSoundMismatch = "Sound chunk does not match compression type";
+constexpr const char* kDstTooSmall = "DST chunk too small";
+constexpr const char* kMissingFRTE = "Missing DST-FRTE chunk";
+constexpr const char* kID3BeforeSound = "ID3 tag precedes sound chunk";
+
+constexpr uint32_t kFRM8 = fourcc("FRM8");
+constexpr uint32_t kDSD = fourcc("DSD ");
+constexpr uint32_t kDST = fourcc("DST ");
+constexpr uint32_t kFVER = fourcc("FVER");
+constexpr uint32_t kPROP = fourcc("PROP");
+constexpr uint32_t kSND = fourcc("SND ");
+constexpr uint32_t kFS = fourcc("FS  ");
+constexpr uint32_t kCHNL = fourcc("CHNL");
+constexpr uint32_t kCMPR = fourcc("CMPR");
+constexpr uint32_t kFRTE = fourcc("FRTE");
+constexpr uint32_t kID3Upper = fourcc("ID3 ");
+constexpr uint32_t kID3Lower = fourcc("id3 ");
+constexpr uint32_t kRoot = fourcc("root");
+
+// FRM8 header (12), form type (4), FVER chunk (12 + 4), PROP header (12).
+constexpr uint64_t kFixedStart = 44;
+constexpr uint64_t kPropOffset = 32;
+constexpr uint64_t kChunkHeaderSize = 12;
+// The smallest file that can hold the fixed start, the properties and a sound chunk.
+constexpr uint64_t kMinimumFileSize = 128;
+// The DST sound data opens with a frame-information chunk: its header and
+// the 6 bytes of frame count and rate.
+constexpr uint64_t kDstMinimum = 18;
+constexpr uint64_t kWindowSize = 65536;
+
+// Channel count 1..6 to the channel-mode value; five channels skip the value 5.
+constexpr uint64_t kChannelMode[] = {0, 1, 2, 3, 4, 6, 7};
+
+// Chunks are padded to an even length; a size that cannot be rounded
+// without wrapping stays as it is (it overruns any file anyway).
+uint64_t roundedUp(uint64_t size) {
+    return size == UINT64_MAX ? size : size + (size & 1);
+}
+
+template <typename... Args>
+std::string formatted(const char* format, Args... args) {
+    int n = std::snprintf(nullptr, 0, format, args...);
+    if (n <= 0) return {};
+    std::string out(size_t(n) + 1, '\0');
+    std::snprintf(out.data(), out.size(), format, args...);
+    out.resize(size_t(n));
+    return out;
+}
+
+}  // namespace
+
+DffTag::DffTag(const std::string& path, Tag& tag) : ID3Base(path, tag) {
+    isMP3 = isAIFF = isDSF = isWAV = false;
+    isDFF = true;
+    finishInit();
+    closeTheFile();
+}
+
+void DffTag::finishInit() {
+    if (!setupFileForReading()) return;
+    spanFile();  // false only means that the check stopped early
+}
+
+bool DffTag::propertyBytes(uint64_t pos, uint64_t propSize, uint8_t* out, uint64_t length) {
+    std::memset(out, 0, length);
+    if (pos >= propSize) return true;
+    const uint64_t available = std::min(length, propSize - pos);
+    if (window.empty() || pos < windowStart || pos - windowStart > window.size() ||
+        available > window.size() - (pos - windowStart)) {
+        const uint64_t want = std::min<uint64_t>(kWindowSize, propSize - pos);
+        window.resize(want);
+        if (!fileHandle->readInto(kFixedStart + pos, window.data(), want)) {
+            window.clear();
+            return false;
+        }
+        windowStart = pos;
+    }
+    std::memcpy(out, window.data() + (pos - windowStart), available);
+    return true;
+}
+
+bool DffTag::spanFile() {
+    if (fileSize < kMinimumFileSize) {
+        theTag->logError(kFatal, 0, kInsufficientData);
+        return false;
+    }
+    uint8_t start[kFixedStart];
+    if (!fileHandle->readInto(0, start, kFixedStart)) {
+        theTag->logError(kFile, 0, kReadError);
+        return false;
+    }
+    // One trailing byte beyond the declared size is tolerated. The size is
+    // checked before the signature.
+    const uint64_t frm8Size = be64(start + 4);
+    if (frm8Size + 12 != fileSize && frm8Size + 12 != fileSize - 1) {
+        theTag->logError(kContainer, 0, formatted(kSizeMismatch, frm8Size, fileSize - 12));
+    }
+    if (be32(start) != kFRM8 || be32(start + 12) != kDSD) {
+        theTag->logError(kFatal, 0, kInvalidSignature);
+        return false;
+    }
+    if (be32(start + 16) != kFVER) {
+        theTag->logError(kFatal, 0, kMissingFVER);
+        return false;
+    }
+    if (be64(start + 20) != 4) {
+        theTag->logError(kFatal, 0, kMissingFVERSize);
+        return false;
+    }
+    if (be32(start + 32) != kPROP) {
+        theTag->logError(kFatal, 36, kMissingPROP);
+        return false;
+    }
+
+    const uint64_t propSize = roundedUp(be64(start + 36));
+    chunkTree.emplace(kPropOffset, fileSize - kPropOffset, kRoot);
+    uint32_t compression = 0;
+    const bool propertiesOk = walkProperties(propSize, compression);
+    window = Bytes();
+    if (!propertiesOk) return false;
+
+    // The top-level chunks after the property chunk.
+    if (propSize > fileSize - kChunkHeaderSize - kFixedStart) {
+        theTag->logError(kFatal, 0, kMissingSound);
+        return false;
+    }
+    foffset = kFixedStart + propSize;
+    bool haveSound = false;
+    for (;;) {
+        uint8_t header[kChunkHeaderSize];
+        if (!fileHandle->readInto(foffset, header, kChunkHeaderSize)) {
+            theTag->logError(kFile, foffset, kReadError);
+            return false;
+        }
+        const uint32_t identifier = be32(header);
+        const uint64_t size = be64(header + 4);
+        ChunkRegion& region = chunkTree->addSubchunk(foffset, size, identifier);
+        if (size > fileSize - foffset - kChunkHeaderSize) {
+            theTag->logError(kFatal, foffset,
+                             formatted(kChunkOverflows, size, foffset + size + 12, fileSize));
+            return false;
+        }
+        const uint64_t padded = roundedUp(size);
+        switch (identifier) {
+            case kDSD:
+                if (haveSound) {
+                    theTag->logError(kFatal, foffset, kMoreThanOneSound);
+                    return false;
+                }
+                haveSound = true;
+                if (compression != kDSD) {
+                    theTag->logError(kFatal, foffset, kSoundMismatch);
+                    return false;
+                }
+                break;
+            case kDST: {
+                if (haveSound) {
+                    theTag->logError(kFatal, foffset, kMoreThanOneSound);
+                    return false;
+                }
+                if (compression != kDST) {
+                    theTag->logError(kFatal, foffset, kSoundMismatch);
+                    return false;
+                }
+                if (padded < kDstMinimum) {
+                    theTag->logError(kFatal, foffset, kDstTooSmall);
+                    return false;
+                }
+                // Only the frame-information header is read, never the sound.
+                uint8_t frte[kDstMinimum];
+                if (!fileHandle->readInto(foffset + kChunkHeaderSize, frte, kDstMinimum)) {
+                    theTag->logError(kFile, foffset + kChunkHeaderSize, kReadError);
+                    return false;
+                }
+                if (be32(frte) != kFRTE) {
+                    theTag->logError(kFatal, foffset + kChunkHeaderSize, kMissingFRTE);
+                    return false;
+                }
+                haveSound = true;
+                break;
+            }
+            case kID3Upper:
+            case kID3Lower:
+                if (!haveSound) {
+                    theTag->logError(kFatal, foffset, kID3BeforeSound);
+                    return false;
+                }
+                haveRootID3Chunk = true;
+                lastID3Chunk = region;
+                break;
+            default:
+                break;
+        }
+        // The overflow test above keeps this sum within the file size + 1.
+        const uint64_t next = foffset + kChunkHeaderSize + padded;
+        if (next > fileSize - kChunkHeaderSize) break;
+        foffset = next;
+    }
+    if (!haveSound) {
+        theTag->logError(kFatal, 0, kMissingSound);
+        return false;
+    }
+    if (lastID3Chunk) return decodeID3(lastID3Chunk->offset());
+    return true;
+}
+
+bool DffTag::walkProperties(uint64_t propSize, uint32_t& compression) {
+    ChunkRegion& propChunk = chunkTree->addSubchunk(kPropOffset, propSize, kPROP);
+    // The property data is never held whole: a window of it is read as the
+    // walk goes, after checking that all of it lies inside the file.
+    uint8_t head[kChunkHeaderSize + 4];
+    if (!fits(fileSize, kFixedStart, propSize) || !propertyBytes(0, propSize, head, 4)) {
+        theTag->logError(kFile, kFixedStart, kReadError);
+        return false;
+    }
+    if (propSize < 4 || be32(head) != kSND) {
+        theTag->logError(kFile, kFixedStart, kReadError);
+        return false;
+    }
+    frameSamplerate = 0;
+    if (propSize < 16) {
+        theTag->logError(kFatal, kFixedStart, kMissingFS);
+        return false;
+    }
+
+    bool haveFS = false, haveCHNL = false, haveCMPR = false;
+    uint64_t pos = 4;
+    for (;;) {
+        // Header and the first 4 data bytes, which are all a property needs.
+        if (!propertyBytes(pos, propSize, head, sizeof head)) {
+            theTag->logError(kFile, kFixedStart, kReadError);
+            return false;
+        }
+        const uint64_t propertyOffset = kFixedStart + pos;
+        const uint32_t identifier = be32(head);
+        const uint64_t size = roundedUp(be64(head + 4));
+        ChunkRegion& region = propChunk.addSubchunk(propertyOffset, size, identifier);
+        const uint8_t* data = head + kChunkHeaderSize;
+        switch (identifier) {
+            case kCHNL: {
+                if (haveCHNL) {
+                    theTag->logError(kFatal, propertyOffset, kDuplicateCHNL);
+                    return false;
+                }
+                const uint64_t channels = be16(data);
+                if (channels < 1 || channels > 6) {
+                    theTag->logError(kFatal, propertyOffset, formatted(kInvalidChannels, channels));
+                    return false;
+                }
+                frameChannelmode = kChannelMode[channels];
+                haveCHNL = true;
+                break;
+            }
+            case kCMPR:
+                if (haveCMPR) {
+                    theTag->logError(kFatal, propertyOffset, kDuplicateCMPR);
+                    return false;
+                }
+                compression = be32(data);
+                haveCMPR = true;
+                break;
+            case kFS:
+                if (haveFS) {
+                    theTag->logError(kFatal, propertyOffset, kDuplicateFS);
+                    return false;
+                }
+                frameSamplerate = be32(data);
+                haveFS = true;
+                break;
+            case kID3Upper:
+            case kID3Lower:
+                havePropID3Chunk = true;
+                lastID3Chunk = region;
+                break;
+            default:
+                break;
+        }
+        // Go on while the next property's header still fits in the data.
+        if (size > propSize - pos - kChunkHeaderSize) break;
+        const uint64_t next = pos + kChunkHeaderSize + size;
+        if (kChunkHeaderSize > propSize - next) break;
+        pos = next;
+    }
+
+    if (!haveFS) {
+        theTag->logError(kFatal, kFixedStart, kMissingFS);
+        return false;
+    }
+    if (!haveCHNL) {
+        theTag->logError(kFatal, kFixedStart, kMissingCHNL);
+        return false;
+    }
+    if (!haveCMPR) {
+        theTag->logError(kFatal, kFixedStart, kMissingCMPR);
+        return false;
+    }
+    return true;
+}
+
+bool DffTag::decodeID3(uint64_t offset) {
+    const size_t before = theTag->errorCount();
+    // The tag starts right after the 12-byte chunk header.
+    tag1 = std::make_unique<ID3TagHeader>(offset + kChunkHeaderSize);
+    if (!readID3Header(*tag1)) {
+        tag1.reset();
+        if (theTag->errorCount() != before) return false;
+        // Nothing was logged: go on without a header, as the reader allows.
+    }
+    haveValidTag = true;
+    tagEndOffset = unsynchronizedAll ? totalTagSize : (tag1 ? tag1->tagEndOffset : 0);
+    getFrames();
+    return true;
 }
 
 }  // namespace sondrel
