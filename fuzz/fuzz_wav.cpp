@@ -1,0 +1,6 @@
+// Feeds arbitrary bytes to the checker as a .wav file.
+#include "fuzz/FuzzCommon.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    return sondrel::fuzz::checkAs("x.wav", data, size);
+}
