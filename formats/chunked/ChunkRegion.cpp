@@ -5,12 +5,12 @@
 namespace sondrel {
 
 ChunkRegion& ChunkRegion::addSubchunk(ChunkRegion region) {
-    if (!subchunks_) {
-        subchunks_.emplace();
-        subchunks_->reserve(5);
+    if (!hasSubchunks_) {
+        hasSubchunks_ = true;
+        subchunks_.reserve(5);
     }
-    subchunks_->push_back(std::move(region));
-    return subchunks_->back();
+    subchunks_.push_back(std::move(region));
+    return subchunks_.back();
 }
 
 ChunkRegion& ChunkRegion::addSubchunk(uint64_t offset, uint64_t size, uint32_t type) {

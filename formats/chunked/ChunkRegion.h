@@ -4,7 +4,6 @@
 // about it. Regions nest: a container chunk (the DSDIFF property chunk, the
 // root of the chunk tree) holds the regions of the chunks inside it.
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 namespace sondrel {
@@ -34,13 +33,17 @@ class ChunkRegion {
     uint32_t chunkType() const { return uint32_t(chunkType_); }
     void setChunkType(uint32_t v) { chunkType_ = v; }
 
-    // The nested regions; absent until the first one is added.
-    const std::optional<std::vector<ChunkRegion>>& subchunks() const { return subchunks_; }
-    bool hasSubchunks() const { return subchunks_.has_value(); }
+    // The nested regions, in file order.
+    const std::vector<ChunkRegion>& subchunks() const { return subchunks_; }
+    // True once a nested region list exists, even an empty one.
+    bool hasSubchunks() const { return hasSubchunks_; }
     ChunkRegion& addSubchunk(ChunkRegion region);
     ChunkRegion& addSubchunk(uint64_t offset, uint64_t size, uint32_t type);
     // Replaces all nested regions by a copy of `regions`.
-    void addSubchunks(const std::vector<ChunkRegion>& regions) { subchunks_ = regions; }
+    void addSubchunks(const std::vector<ChunkRegion>& regions) {
+        subchunks_ = regions;
+        hasSubchunks_ = true;
+    }
 
   private:
     uint64_t offset_ = 0;
@@ -49,7 +52,8 @@ class ChunkRegion {
     bool oddSize_ = false;
     bool truncated_ = false;
     uint64_t chunkType_ = 0;
-    std::optional<std::vector<ChunkRegion>> subchunks_;
+    bool hasSubchunks_ = false;
+    std::vector<ChunkRegion> subchunks_;
 };
 
 }  // namespace sondrel
