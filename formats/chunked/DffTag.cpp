@@ -60,7 +60,6 @@ constexpr uint64_t kMinimumFileSize = 128;
 // The DST sound data opens with a frame-information chunk: its header and
 // the 6 bytes of frame count and rate.
 constexpr uint64_t kDstMinimum = 18;
-constexpr uint64_t kWindowSize = 65536;
 
 // Channel count 1..6 to the channel-mode value; five channels skip the value 5.
 constexpr uint64_t kChannelMode[] = {0, 1, 2, 3, 4, 6, 7};
@@ -98,19 +97,7 @@ void DffTag::finishInit() {
 bool DffTag::propertyBytes(uint64_t pos, uint64_t propSize, uint8_t* out, uint64_t length) {
     std::memset(out, 0, length);
     if (pos >= propSize) return true;
-    const uint64_t available = std::min(length, propSize - pos);
-    if (window.empty() || pos < windowStart || pos - windowStart > window.size() ||
-        available > window.size() - (pos - windowStart)) {
-        const uint64_t want = std::min<uint64_t>(kWindowSize, propSize - pos);
-        window.resize(want);
-        if (!fileHandle->readInto(kFixedStart + pos, window.data(), want)) {
-            window.clear();
-            return false;
-        }
-        windowStart = pos;
-    }
-    std::memcpy(out, window.data() + (pos - windowStart), available);
-    return true;
+    return fileHandle->readInto(kFixedStart + pos, out, std::min(length, propSize - pos));
 }
 
 bool DffTag::spanFile() {
@@ -149,9 +136,7 @@ bool DffTag::spanFile() {
     const uint64_t propSize = roundedUp(be64(start + 36));
     chunkTree.emplace(kPropOffset, fileSize - kPropOffset, kRoot);
     uint32_t compression = 0;
-    const bool propertiesOk = walkProperties(propSize, compression);
-    window = Bytes();
-    if (!propertiesOk) return false;
+    if (!walkProperties(propSize, compression)) return false;
 
     // The top-level chunks after the property chunk.
     if (propSize > fileSize - kChunkHeaderSize - kFixedStart) {
@@ -240,8 +225,9 @@ bool DffTag::spanFile() {
 
 bool DffTag::walkProperties(uint64_t propSize, uint32_t& compression) {
     ChunkRegion& propChunk = chunkTree->addSubchunk(kPropOffset, propSize, kPROP);
-    // The property data is never held whole: a window of it is read as the
-    // walk goes, after checking that all of it lies inside the file.
+    // The property data is never held whole: after checking that all of it
+    // lies inside the file, each property's header and first data bytes are
+    // read as the walk reaches them.
     uint8_t head[kChunkHeaderSize + 4];
     if (!fits(fileSize, kFixedStart, propSize) || !propertyBytes(0, propSize, head, 4)) {
         theTag->logError(kFile, kFixedStart, kReadError);

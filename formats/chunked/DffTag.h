@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 
-#include "core/Bytes.h"
 #include "core/Tag.h"
 #include "formats/chunked/ChunkRegion.h"
 #include "formats/id3/ID3Base.h"
@@ -32,8 +31,8 @@ class DffTag : public ID3Base {
     bool spanFile();
     bool walkProperties(uint64_t propSize, uint32_t& compression);
     // Reads `length` bytes at `pos` of the property data (of `propSize`
-    // bytes) into `out` through a bounded window; bytes past the property
-    // data read as 0. False on a failed read.
+    // bytes) into `out`; bytes past the property data read as 0. False on a
+    // failed read.
     bool propertyBytes(uint64_t pos, uint64_t propSize, uint8_t* out, uint64_t length);
     bool decodeID3(uint64_t offset);
 
@@ -42,10 +41,6 @@ class DffTag : public ID3Base {
     bool havePropID3Chunk = false;
     bool haveRootID3Chunk = false;
     std::optional<ChunkRegion> lastID3Chunk;
-    // Window over the property data, so that a property chunk of any
-    // declared size is walked with a bounded buffer.
-    Bytes window;
-    uint64_t windowStart = 0;
 };
 
 }  // namespace sondrel
