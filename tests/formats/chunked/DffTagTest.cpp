@@ -11,6 +11,7 @@
 #include "tests/fixtures/ByteBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/DffBuilder.h"
+#include "tests/fixtures/ID3Builder.h"
 #include "tests/fixtures/WavBuilder.h"
 
 namespace sondrel {
@@ -28,7 +29,7 @@ std::string dff(const Bytes& b) {
 }
 
 Bytes cleanTag() {
-    return id3v23Tag({id3v23TextFrame("TIT2", "Title"), id3v23TextFrame("TPE1", "Artist")}, 6);
+    return id3Tag(3, concat({id3Frame("TIT2", id3Text("Title")), id3Frame("TPE1", id3Text("Artist"))}), 0, 6);
 }
 Bytes badVersionTag() {
     Bytes t = cleanTag();

@@ -12,6 +12,7 @@
 #include "tests/fixtures/ByteBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/DffBuilder.h"
+#include "tests/fixtures/ID3Builder.h"
 #include "tests/fixtures/WavBuilder.h"
 
 namespace sondrel {
@@ -88,7 +89,7 @@ void checkAllDamage(const char* name, const Bytes& whole) {
 }
 
 Bytes tag() {
-    return id3v23Tag({id3v23TextFrame("TIT2", "Title")}, 4);
+    return id3Tag(3, id3Frame("TIT2", id3Text("Title")), 0, 4);
 }
 
 TEST(WavDffCorpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {

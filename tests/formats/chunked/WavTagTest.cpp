@@ -10,6 +10,7 @@
 #include "core/Tag.h"
 #include "tests/fixtures/ByteBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/ID3Builder.h"
 #include "tests/fixtures/WavBuilder.h"
 
 namespace sondrel {
@@ -187,7 +188,7 @@ TEST(WavRF64, Ds64InAPlainRiffFileIsReportedAndTheWalkGoesOn) {
 // Tags for the ID3 chunk tests: a clean one and one that the header reader
 // refuses with a message.
 Bytes cleanTag() {
-    return id3v23Tag({id3v23TextFrame("TIT2", "Title")}, 8);
+    return id3Tag(3, id3Frame("TIT2", id3Text("Title")), 0, 8);
 }
 Bytes badVersionTag() {
     Bytes t = cleanTag();
