@@ -200,6 +200,36 @@ TEST(ApeTag, RefusedLeadingID3v2Tag) {
     const Bytes id3 = ByteBuilder().str("ID3").u8(3).u8(0).u8(0xFF).bytes({0, 0, 0x34, 0}).zeros(16).take();
     const Bytes file = concat({id3, macHeaderNew(), apeTag(ApeTagSpec().items({apeItem("", "x")}))});
     EXPECT_EQ(problemsFor("x.ape", file), line(0, "File", "Error extracting ID3v2 tag"));
+    // Refused with the reader's own message; revision 1 and flags 0 read as version 1.
+    Bytes v231 = file;
+    v231[4] = 1;
+    v231[5] = 0;
+    EXPECT_EQ(problemsFor("x.ape", v231), line(0, "Framing", "Invalid ID3 version 2.3.1") +
+                                              line(0, "File", "Error extracting ID3v2 tag") +
+                                              line(0, "File", "Cannot determine audio properties"));
+}
+
+// An accepted tag is read into the record; the stream is searched for from
+// the end of the tag, and the tag's own bytes are never taken for "MAC ".
+TEST(ApeTag, AcceptedLeadingID3v2Tag) {
+    const Bytes frame = ByteBuilder().str("TIT2").be32(9).be16(0).u8(0).str("MAC Song").take();
+    const Bytes id3 = ByteBuilder()
+                          .str("ID3")
+                          .u8(3)
+                          .u8(0)
+                          .u8(0)
+                          .synchsafe32(uint32_t(frame.size() + 20))
+                          .bytes(frame)
+                          .zeros(20)
+                          .take();
+    const Bytes junk(5, 0);
+    const Bytes file = concat({id3, junk, macHeaderOld(3970, false), Bytes(100, 0),
+                               apeTag(ApeTagSpec().items({apeItem("", "x")}))});
+    const uint64_t mac = id3.size() + junk.size();
+    const uint64_t items = mac + macHeaderOld(3970, false).size() + 100;
+    EXPECT_EQ(problemsFor("x.ape", file), line(0, "File", "File contains an ID3v2 tag") +
+                                              line(mac, "File", "Cannot determine audio properties") +
+                                              line(items, "File", "Tag Item key is empty"));
 }
 
 }  // namespace
