@@ -27,7 +27,7 @@ constexpr const char* kKeyInvalid = "Tag Item key is invalid";
 constexpr const char* kCannotDecode = "Cannot decode tag item value";
 constexpr const char* kArtworkNoPrefix = "Artwork item is missing data prefix";
 
-// Smaller files cannot hold a stream header and a tag footer.
+// Files of 41 bytes or less are refused as too small for either format.
 constexpr uint64_t kMinimumFileSize = 42;
 constexpr uint64_t kFooterSize = 32;
 constexpr uint64_t kID3v1Size = 128;
