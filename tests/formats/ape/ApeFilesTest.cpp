@@ -6,6 +6,7 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "core/Settings.h"
 #include "core/Tag.h"
@@ -65,6 +66,31 @@ TEST(ApeFiles, MonkeysAudioInBothLayoutsWithApeV2TagIsClean) {
     const Bytes audio(4000, 0x5A);
     EXPECT_EQ(problemsForFile(dir.write("old.ape", concat({fixtures::macHeaderOld(3970), audio, tag}))), "");
     EXPECT_EQ(problemsForFile(dir.write("new.ape", concat({fixtures::macHeaderNew(3990), audio, tag}))), "");
+}
+
+// Every prefix of a well-formed file, and the file with each byte flipped,
+// is checked without a fault (run under the sanitizers to make this count).
+TEST(ApeFiles, TruncatedAndFlippedFilesStayInBounds) {
+    const Bytes tag =
+        apeTag(ApeTagSpec()
+                   .items({apeItem("Title", "Song"),
+                           apeItem("Cover Art (Front)", Bytes{'c', 0, 1, 2}, fixtures::kItemBinary)})
+                   .headerFlag()
+                   .writeHeader());
+    const Bytes id3 = fixtures::ByteBuilder().str("ID3").u8(3).u8(0).u8(0).synchsafe32(20).zeros(20).take();
+    const Bytes ape = concat({id3, fixtures::macHeaderOld(3970), Bytes(50, 1), tag, fixtures::id3v1Tag()});
+    const Bytes wv = concat(
+        {fixtures::wvBlock(fixtures::WvBlockSpec().flags(fixtures::kWvRate44100).totalSamples(0xFFFFFFFF)),
+         fixtures::wvBlock(fixtures::WvBlockSpec().blockIndex(4)), tag});
+    for (const auto& [name, file] : {std::pair{"x.ape", ape}, std::pair{"x.wv", wv}}) {
+        for (size_t n = 0; n <= file.size(); ++n)
+            fixtures::problemsFor(name, Bytes(file.begin(), file.begin() + std::ptrdiff_t(n)));
+        for (size_t i = 0; i < file.size(); ++i) {
+            Bytes flipped = file;
+            flipped[i] ^= 0xFF;
+            fixtures::problemsFor(name, flipped);
+        }
+    }
 }
 
 // Every corpus file with our extensions is checked without a crash or hang.
