@@ -267,6 +267,32 @@ TEST(AiffTag, RealFilesAreClean) {
     if (made == 0) GTEST_SKIP() << "neither sox nor ffmpeg is installed";
 }
 
+// A file beyond 4 GiB, written sparse: the walk's offsets pass 32 bits and
+// the audio in between is never read.
+TEST(AiffTag, ChunksBeyondFourGiB) {
+    TempDir dir;
+    const std::string path = dir.path() + "/big.aiff";
+    const uint32_t big = 0xFFFFFF00;
+    const Bytes head = concat({ByteBuilder().str("FORM").be32(0xFFFFFFFF).str("AIFF").take(), kComm,
+                               ByteBuilder().str("APPL").be32(big).take()});
+    const uint64_t ssndAt = head.size() + uint64_t(big);
+    const uint64_t id3At = ssndAt + kSsnd.size();
+    const Bytes tail = concat({kSsnd, iffChunk("ID3 ", evenTag())});
+    {
+        std::ofstream out(path, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(head.data()), std::streamsize(head.size()));
+        out.seekp(std::streamoff(ssndAt));
+        out.write(reinterpret_cast<const char*>(tail.data()), std::streamsize(tail.size()));
+        ASSERT_TRUE(out.good());
+    }
+    const uint64_t fileSize = ssndAt + tail.size();
+    EXPECT_EQ(problemsForFile(path),
+              line(0, "Container",
+                   "The contained file size of 4294967296 does not represent the adjusted file size of " +
+                       std::to_string(fileSize - 8)) +
+                  line(id3At + 8, "Tag", kExperimental));
+}
+
 // Third-party files: every one is scanned to the end without crash or hang;
 // the empty and deliberately broken ones draw at least one line.
 TEST(AiffTag, CorpusFilesAreScanned) {

@@ -5,6 +5,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "tests/fixtures/CheckHelpers.h"
@@ -172,6 +173,30 @@ TEST(DsfTag, WellFormedFilesAreClean) {
 
     TempDir dir;
     EXPECT_EQ(problemsForFile(dir.write("on-disk.dsf", dsfFile(stereo))), "");
+}
+
+// Five gigabytes of audio, written sparse: the tag after it is found through
+// the 64-bit metadata pointer and the audio is never read.
+TEST(DsfTag, TagBeyondFourGiB) {
+    DsfLayout l = small();
+    const Bytes head = dsfFile(l);
+    const Bytes tag = taggedTag();
+    const uint64_t dataSize = 5'000'000'000;
+    const uint64_t audioEnd = kDsfDataChunk + dataSize;
+    Bytes first(head.begin(), head.begin() + 92);
+    patchLE64(first, kDsfTotalSize, audioEnd + tag.size());
+    patchLE64(first, kDsfMetadataPointer, audioEnd);
+    patchLE64(first, kDsfDataChunk + 4, dataSize);
+    TempDir dir;
+    const std::string path = dir.path() + "/big.dsf";
+    {
+        std::ofstream out(path, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(first.data()), std::streamsize(first.size()));
+        out.seekp(std::streamoff(audioEnd));
+        out.write(reinterpret_cast<const char*>(tag.data()), std::streamsize(tag.size()));
+        ASSERT_TRUE(out.good());
+    }
+    EXPECT_EQ(problemsForFile(path), line("Tag", kExperimental, audioEnd));
 }
 
 TEST(DsfTag, CorpusFilesAreScanned) {
