@@ -26,7 +26,7 @@ constexpr char kCovrInsufficient[] = "Insufficient data in 'covr' atom item";
 constexpr char kRDNSFormatErrors[] = "----%@%@ has format errors";
 constexpr char kRDNSMultipleData[] = "----%@%@ has multiple data atoms";
 
-constexpr char kAppleMean[] = "com.apple.iTunes";
+constexpr char kStandardMean[] = "com.apple.iTunes";
 
 struct KnownItem {
     uint32_t type;
@@ -111,7 +111,7 @@ struct ReverseDNSName {
     uint64_t field;
 };
 
-// Names of "----" items (under the Apple mean) and the fields they fill.
+// Names of "----" items (under the standard mean) and the fields they fill.
 // Fields from 10000 up are artwork and media descriptors: recognised, never
 // stored.
 constexpr ReverseDNSName kReverseDNSNames[] = {
@@ -388,7 +388,7 @@ void M4AItems::getRDNS(Atom& item) {
                 }
                 found |= kMean;
                 mean = text::decodeUTF8(tail(*whole, header + 4));
-                if (!mean || !text::equalsCaseInsensitive(*mean, kAppleMean)) foreignMean = true;
+                if (!mean || !text::equalsCaseInsensitive(*mean, kStandardMean)) foreignMean = true;
                 break;
             case fourcc("name"):
                 if (found & kName) {

@@ -131,6 +131,26 @@ TEST(M4ATag, PurchaserNameBecomesIdentification) {
     EXPECT_EQ(id->offset, offsetOf(file, "name") + 8);
 }
 
+// Cut anywhere, a file always draws at least one line (the last atom is
+// truncated, or a top-level atom is missing); flipped bytes never crash.
+TEST(M4ATag, EveryTruncationIsReportedAndFlippedBytesAreSurvived) {
+    const Bytes file = m4aFile({textItem("\xA9"
+                                         "nam",
+                                         "Title"),
+                                rdnsItem("MOOD", "calm"), box("covr", {data(13, Bytes(20, 0xFF))}),
+                                box("trkn", {data(0, Bytes(8, 0))})});
+    ASSERT_EQ(check(file).log, "");
+    for (size_t n = 0; n < file.size(); ++n)
+        EXPECT_NE(check(Bytes(file.begin(), file.begin() + long(n))).log, "") << "cut at " << n;
+    for (size_t i = 0; i < file.size(); ++i) {
+        for (uint8_t mask : {0x01, 0x80, 0xFF}) {
+            Bytes flipped = file;
+            flipped[i] ^= mask;
+            check(flipped);
+        }
+    }
+}
+
 // Clean files written by real tools give no problem lines.
 class M4ARealFiles : public ::testing::Test {
   protected:
