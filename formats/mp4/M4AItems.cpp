@@ -35,7 +35,7 @@ struct KnownItem {
 };
 
 // The item types this checker knows, with how each is decoded and which
-// field it fills.
+// field it fills. "\251" is the byte 0xA9, shown as the copyright sign.
 constexpr KnownItem kKnownItems[] = {
     {fourcc("aART"), M4AItems::kText, field::AlbumArtist},
     {fourcc("apID"), M4AItems::kText, field::Owner},
@@ -55,36 +55,16 @@ constexpr KnownItem kKnownItems[] = {
     {fourcc("sonm"), M4AItems::kText, 12},  // Sort Title
     {fourcc("tmpo"), M4AItems::kNumber, field::BPM},
     {fourcc("trkn"), M4AItems::kPair, field::Track},
-    {fourcc("\xA9"
-            "alb"),
-     M4AItems::kText, field::Album},
-    {fourcc("\xA9"
-            "ART"),
-     M4AItems::kText, field::Artist},
-    {fourcc("\xA9"
-            "cmt"),
-     M4AItems::kText, field::Comments},
-    {fourcc("\xA9"
-            "gen"),
-     M4AItems::kText, field::Genre},
-    {fourcc("\xA9"
-            "day"),
-     M4AItems::kText, field::Year},
-    {fourcc("\xA9"
-            "grp"),
-     M4AItems::kText, field::Grouping},
-    {fourcc("\xA9"
-            "lyr"),
-     M4AItems::kText, field::Lyrics},
-    {fourcc("\xA9"
-            "nam"),
-     M4AItems::kText, field::Title},
-    {fourcc("\xA9"
-            "too"),
-     M4AItems::kText, field::EncodedBy},
-    {fourcc("\xA9"
-            "wrt"),
-     M4AItems::kText, field::Composer},
+    {fourcc("\251alb"), M4AItems::kText, field::Album},
+    {fourcc("\251ART"), M4AItems::kText, field::Artist},
+    {fourcc("\251cmt"), M4AItems::kText, field::Comments},
+    {fourcc("\251gen"), M4AItems::kText, field::Genre},
+    {fourcc("\251day"), M4AItems::kText, field::Year},
+    {fourcc("\251grp"), M4AItems::kText, field::Grouping},
+    {fourcc("\251lyr"), M4AItems::kText, field::Lyrics},
+    {fourcc("\251nam"), M4AItems::kText, field::Title},
+    {fourcc("\251too"), M4AItems::kText, field::EncodedBy},
+    {fourcc("\251wrt"), M4AItems::kText, field::Composer},
     {fourcc("free"), M4AItems::kIgnored, kNoField},
     {fourcc("----"), M4AItems::kReverseDNS, kNoField},
     {fourcc("sfID"), M4AItems::kCountryCode, field::Seller},

@@ -24,12 +24,7 @@ TEST(M4AAtomTree, SizeZeroRunsToTheFileEndOnlyAtTheTopLevel) {
     EXPECT_EQ(check(file).log, "");
 
     // Inside any other atom it is too small, and the item is skipped.
-    Bytes zeroData = m4aFile({box("\xA9"
-                                  "nam",
-                                  {atomSized(0, "data", {})}),
-                              textItem("\xA9"
-                                       "ART",
-                                       "Artist")});
+    Bytes zeroData = m4aFile({box("\251nam", {atomSized(0, "data", {})}), textItem("\251ART", "Artist")});
     Checked c = check(zeroData);
     EXPECT_EQ(c.log, line(offsetOf(zeroData, "data"), "Container", "Atom too small"));
     ASSERT_NE(c.tag->item(field::Artist), nullptr);
@@ -60,18 +55,13 @@ TEST(M4AAtomTree, LeftoverBytesAreAnOverflowOfTheirContainer) {
 TEST(M4AAtomTree, ChildPastItsContainerNamesBothTypes) {
     // The item declares 4 bytes more than the item list holds. Types are
     // rendered byte by byte, 0xA9 as the copyright sign.
-    Bytes item = textItem(
-        "\xA9"
-        "nam",
-        "Title");
+    Bytes item = textItem("\251nam", "Title");
     Bytes longer = item;
     ByteBuilder patch(longer);
     patch.patchBE32(0, uint32_t(item.size() + 4));
     Bytes file = m4aFile({patch.take()});
     const uint64_t ilst = offsetOf(file, "ilst");
-    const uint64_t nam = offsetOf(file,
-                                  "\xA9"
-                                  "nam");
+    const uint64_t nam = offsetOf(file, "\251nam");
     const uint64_t end = ilst + 8 + item.size();
     EXPECT_EQ(check(file).log,
               line(ilst, "Container",
@@ -81,11 +71,9 @@ TEST(M4AAtomTree, ChildPastItsContainerNamesBothTypes) {
 }
 
 TEST(M4AAtomTree, SixtyFourBitSizesCountASixteenByteHeader) {
-    Bytes file =
-        concat({withoutMdat({box("\xA9"
-                                 "nam",
-                                 {atom64("data", ByteBuilder().be32(1).be32(0).str("Big").take())})}),
-                atom64("mdat", Bytes(32, 0))});
+    Bytes file = concat(
+        {withoutMdat({box("\251nam", {atom64("data", ByteBuilder().be32(1).be32(0).str("Big").take())})}),
+         atom64("mdat", Bytes(32, 0))});
     Checked c = check(file);
     EXPECT_EQ(c.log, "");
     ASSERT_NE(c.tag->item(field::Title), nullptr);
@@ -98,10 +86,7 @@ TEST(M4AAtomTree, SixtyFourBitSizesCountASixteenByteHeader) {
 
 TEST(M4AAtomTree, UdtaMayEndWithAFourByteTerminatorButNotMore) {
     auto fileWithTail = [](size_t tail) {
-        Bytes u =
-            udta({textItem("\xA9"
-                           "nam",
-                           "Title")});
+        Bytes u = udta({textItem("\251nam", "Title")});
         u.insert(u.end(), tail, 0);
         ByteBuilder b(u);
         b.patchBE32(0, uint32_t(u.size()));
@@ -116,9 +101,7 @@ TEST(M4AAtomTree, RatingOf26AroundA17ByteDataAtomIsReadAs25) {
     // The writer's 25-byte rating claims 26 bytes; the next item starts
     // where the 25 bytes end.
     Bytes rating = atomSized(26, "rtng", data(21, {0}));
-    Bytes file = m4aFile({rating, textItem("\xA9"
-                                           "nam",
-                                           "After")});
+    Bytes file = m4aFile({rating, textItem("\251nam", "After")});
     Checked c = check(file);
     EXPECT_EQ(c.log, line(offsetOf(file, "rtng"), "Container", "'rtng' atom has invalid length"));
     ASSERT_NE(c.tag->item(field::Title), nullptr);

@@ -12,30 +12,19 @@ namespace {
 using namespace fixtures;
 using namespace fixtures::mp4;
 
-const std::string kNam =
-    "\xA9"
-    "nam";
-const std::string kGen =
-    "\xA9"
-    "gen";
+const std::string kNam = "\251nam";
+const std::string kGen = "\251gen";
 
 TEST(M4AItems, TextItemsAreStoredWithTheirTypeAndOffset) {
-    Bytes file = m4aFile({textItem(kNam, "Song"),
-                          textItem("\xA9"
-                                   "ART",
-                                   "Band"),
-                          textItem(kNam, "Again"),
-                          textItem("\xA9"
-                                   "cmt",
-                                   "not stored"),
-                          textItem("xid ", "never stored"), textItem("apID", "someone@example.com")});
+    Bytes file = m4aFile({textItem(kNam, "Song"), textItem("\251ART", "Band"), textItem(kNam, "Again"),
+                          textItem("\251cmt", "not stored"), textItem("xid ", "never stored"),
+                          textItem("apID", "someone@example.com")});
     Checked c = check(file, {{"MPEG4_MulAtoms", "1"}});
     EXPECT_EQ(c.log, "");
     const TagItem* title = c.tag->item(field::Title);
     ASSERT_NE(title, nullptr);
     EXPECT_EQ(title->value, "Song");
-    EXPECT_EQ(title->fourCC, fourcc("\xA9"
-                                    "nam"));
+    EXPECT_EQ(title->fourCC, fourcc("\251nam"));
     EXPECT_EQ(title->offset, offsetOf(file, kNam));
     EXPECT_EQ(title->count, 2u);
     EXPECT_EQ(c.tag->item(field::Comments), nullptr);

@@ -32,10 +32,7 @@ TEST(M4ATag, FilesOfElevenBytesOrLessCannotHoldAudio) {
 
 TEST(M4ATag, TopLevelMovieAndMediaData) {
     // A fragmented file: its movie is not examined (the bad item is silent).
-    Bytes badItem =
-        box("\xA9"
-            "nam",
-            {data(99, text("x"))});
+    Bytes badItem = box("\251nam", {data(99, text("x"))});
     Bytes fragmented = concat({ftyp(), moovWith({trak("soun"), udta({badItem})}), atom("moof", {}), mdat()});
     EXPECT_EQ(check(fragmented).log, line(0, "Fatal", "File contains at least one unsupported moof atom."));
 
@@ -134,11 +131,9 @@ TEST(M4ATag, PurchaserNameBecomesIdentification) {
 // Cut anywhere, a file always draws at least one line (the last atom is
 // truncated, or a top-level atom is missing); flipped bytes never crash.
 TEST(M4ATag, EveryTruncationIsReportedAndFlippedBytesAreSurvived) {
-    const Bytes file = m4aFile({textItem("\xA9"
-                                         "nam",
-                                         "Title"),
-                                rdnsItem("MOOD", "calm"), box("covr", {data(13, Bytes(20, 0xFF))}),
-                                box("trkn", {data(0, Bytes(8, 0))})});
+    const Bytes file =
+        m4aFile({textItem("\251nam", "Title"), rdnsItem("MOOD", "calm"),
+                 box("covr", {data(13, Bytes(20, 0xFF))}), box("trkn", {data(0, Bytes(8, 0))})});
     ASSERT_EQ(check(file).log, "");
     for (size_t n = 0; n < file.size(); ++n)
         EXPECT_NE(check(Bytes(file.begin(), file.begin() + long(n))).log, "") << "cut at " << n;
