@@ -145,6 +145,22 @@ TEST(M4AItems, ArtworkChildrenAreFramedAndHandedToTheImageCheck) {
                                   line(covr, "Container", "'covr' item missing 'data' atom"));
 }
 
+TEST(M4AItems, ArtworkWithoutRoomForItsQualifierIsAReadError) {
+    // A 64-bit "data" child of 16 bytes has no room for its qualifier and
+    // locale: at the end of the file they cannot be read, and elsewhere the
+    // picture would have a negative length. Either way the item list stops.
+    auto withItems = [](const std::vector<Bytes>& items) {
+        return concat({ftyp(), atom("mdat", Bytes(8, 0)), box("moov", {trak("soun"), udta(items)})});
+    };
+    Bytes atEnd = withItems({box("covr", {atom64("data", {})})});
+    EXPECT_EQ(check(atEnd).log, line(offsetOf(atEnd, "data"), "File", "Read error"));
+
+    Bytes inside = withItems({box("covr", {atom64("data", {})}), textItem("\251nam", "x")});
+    Checked c = check(inside);
+    EXPECT_EQ(c.log, line(offsetOf(inside, "data"), "File", "Read error"));
+    EXPECT_EQ(c.tag->item(field::Title), nullptr);
+}
+
 TEST(M4AItems, DataShorterThanTheDecoderMinimumIsLogged) {
     Bytes file = m4aFile({box("disk", {data(0, Bytes(5, 0))}), box("sfID", {data(0, {0, 0, 0})}),
                           box("pgap", {atom("data", {})}), box("soal", {atom("mean", Bytes(8, 0))})});

@@ -65,6 +65,11 @@ TEST(M4ATag, TracksNeedHandlersAndChunkOffsets) {
 
     Bytes noMdia = m4aFile({}, {box("trak", {fullBox("tkhd", Bytes(80, 0))})});
     EXPECT_EQ(check(noMdia).log, line(0, "Fatal", "Missing trak-mdia atom"));
+    Bytes noHdlr = m4aFile({}, {box("trak", {box("mdia", {mdhd()})})});
+    EXPECT_EQ(check(noHdlr).log, line(offsetOf(noHdlr, "mdia"), "Fatal", "Missing trak-mdia-hdlr atom"));
+    Bytes noStbl = m4aFile({}, {box("trak", {box("mdia", {mdhd(), hdlr("soun"), box("minf", {})})})});
+    EXPECT_EQ(check(noStbl).log,
+              line(offsetOf(noStbl, "mdia"), "Fatal", "File is missing trak-mdia-stbl atom"));
     Bytes noMinf = m4aFile({}, {box("trak", {box("mdia", {mdhd(), hdlr("soun")})})});
     EXPECT_EQ(check(noMinf).log,
               line(offsetOf(noMinf, "mdia"), "Fatal", "File is missing trak-mdia-minf atom"));
