@@ -262,6 +262,9 @@ bool FieldValidator::isValidTimeStamp(std::string_view text) {
     if (!scanner.scanInteger(month)) return true;
     if (month < 1 || month > 12) return false;
 
+    // Unlike the later parts, a month is never the end: the second "-" is
+    // required even when nothing follows ("2021-03" is reported).
+
     if (!separatorIs(U'-')) return false;
     int64_t day = 0;
     if (!scanner.scanInteger(day)) return true;
