@@ -22,6 +22,7 @@
 #define STBI_NO_HDR
 #include <stb_image.h>
 
+#include "core/Bytes.h"
 #include "core/MimeTypeFromRawImageData.h"
 
 namespace sondrel::ImageValidator {
@@ -44,6 +45,7 @@ constexpr std::string_view kNotPNG =
 constexpr uint64_t kMaxStreamedPixels = uint64_t{1} << 25;  // about 5800 x 5800
 constexpr uint64_t kMaxCanvasPixels = uint64_t{1} << 24;    // about 4096 x 4096 (BMP)
 constexpr uint64_t kMaxTIFFBlockBytes = uint64_t{64} << 20;
+constexpr uint64_t kMaxTIFFTotalBytes = uint64_t{512} << 20;
 // A progressive JPEG needs one pass over all coefficients per scan; real
 // encoders write about ten scans, a crafted file could ask for thousands.
 constexpr int kMaxJPEGScans = 1000;
@@ -298,6 +300,8 @@ bool decodeTIFFBlocks(TIFF* tiff) {
     if (blockSize <= 0) return false;
     if (static_cast<uint64_t>(blockSize) > kMaxTIFFBlockBytes) return true;
     const uint32_t blocks = tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+    // Many samples per pixel can make a modest pixel count expand enormously.
+    if (uint64_t(blockSize) > kMaxTIFFTotalBytes / std::max<uint64_t>(blocks, 1)) return true;
     std::vector<uint8_t> buffer(static_cast<size_t>(blockSize));
     for (uint32_t i = 0; i < blocks; ++i) {
         const tmsize_t got = tiled ? TIFFReadEncodedTile(tiff, i, buffer.data(), blockSize)
@@ -335,6 +339,16 @@ bool decodesAsBMP(const uint8_t* bytes, size_t length) {
     if (width <= 0 || height <= 0) return false;
     if (tooManyPixels(static_cast<uint64_t>(width), static_cast<uint64_t>(height), kMaxCanvasPixels))
         return true;
+    // The decoder pads missing pixel rows with zeros instead of failing, so
+    // a few header bytes could make it fill a canvas of millions of pixels.
+    // When the data cannot hold the pixels it would only produce that
+    // padding; the accepted header is then the proof.
+    if (length >= 30) {
+        const uint32_t headerSize = le32(bytes + 14);
+        const uint16_t bitsPerPixel = le16(bytes + (headerSize == 12 ? 24 : 28));
+        const uint64_t rowBytes = (uint64_t(width) * bitsPerPixel + 7) / 8;
+        if (rowBytes != 0 && uint64_t(height) > length / rowBytes) return true;
+    }
     stbi_uc* pixels = stbi_load_from_memory(bytes, size, &width, &height, &components, 0);
     if (!pixels) return false;
     stbi_image_free(pixels);
@@ -354,8 +368,8 @@ bool canDecode(const uint8_t* bytes, size_t length) {
     // one decoder that could accept the data.
     if (startsWith(bytes, length, "\xFF\xD8")) return decodesAsJPEG(bytes, length);
     if (startsWith(bytes, length, "\x89PNG\r\n\x1A\n")) return decodesAsPNG(bytes, length);
-    if (startsWith(bytes, length, "GIF87a") || startsWith(bytes, length, "GIF89a"))
-        return decodesAsGIF(bytes, length);
+    // giflib itself only insists on "GIF"; the version digits are not checked.
+    if (startsWith(bytes, length, "GIF")) return decodesAsGIF(bytes, length);
     if (startsWith(bytes, length, "RIFF") && startsWith(bytes, length, "WEBP", 8))
         return decodesAsWebP(bytes, length);
     if (startsWith(bytes, length, std::string_view("II*\0", 4)) ||

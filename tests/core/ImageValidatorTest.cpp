@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include "core/MimeTypeFromRawImageData.h"
 #include "tests/core/ImageSamples.h"
 
@@ -86,6 +90,32 @@ TEST(ImageValidator, HugeDeclaredSizeIsJudgedByItsHeader) {
         }
     }
     EXPECT_TRUE(canDecode(jpeg.data(), jpeg.size()));
+}
+
+// Artwork embedded in real audio files: every JPEG or PNG start found in the
+// shared corpus is validated with whatever follows it (audio data included),
+// which must never crash and must find real covers decodable.
+TEST(ImageValidator, EmbeddedArtworkInCorpus) {
+    const std::filesystem::path corpus = SONDREL_SHARED_DIR "/corpus";
+    if (!std::filesystem::is_directory(corpus)) GTEST_SKIP() << "no corpus";
+    const std::string_view jpegStart("\xFF\xD8\xFF", 3);
+    const std::string_view pngStart("\x89PNG\r\n\x1A\n", 8);
+    int starts = 0;
+    int decodable = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(corpus)) {
+        if (!entry.is_regular_file()) continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::string contents((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        for (const std::string_view start : {jpegStart, pngStart}) {
+            for (size_t at = contents.find(start); at != std::string::npos;
+                 at = contents.find(start, at + 1)) {
+                ++starts;
+                const auto* bytes = reinterpret_cast<const uint8_t*>(contents.data()) + at;
+                if (ImageValidator::canDecode(bytes, contents.size() - at)) ++decodable;
+            }
+        }
+    }
+    EXPECT_GT(decodable, 0) << starts << " candidate starts";
 }
 
 TEST(MimeTypeFromRawImageData, SniffsSignatures) {
