@@ -48,7 +48,8 @@ constexpr uint64_t kMaxTIFFBlockBytes = uint64_t{64} << 20;
 constexpr uint64_t kMaxTIFFTotalBytes = uint64_t{512} << 20;
 // A progressive JPEG needs one pass over all coefficients per scan; real
 // encoders write about ten scans, a crafted file could ask for thousands.
-constexpr int kMaxJPEGScans = 1000;
+// Past this budget of scans times pixels the scans read so far are the proof.
+constexpr uint64_t kMaxJPEGScanPixels = kMaxStreamedPixels * 16;
 
 bool tooManyPixels(uint64_t width, uint64_t height, uint64_t limit) {
     return width != 0 && height > limit / width;
@@ -64,15 +65,21 @@ struct JPEGErrors {
     std::jmp_buf jump;
 };
 
+// How a jump back to the decoding function ends the decode.
+constexpr int kJPEGFatal = 1;
+constexpr int kJPEGBudgetSpent = 2;
+
 void jpegFatal(j_common_ptr cinfo) {
-    std::longjmp(reinterpret_cast<JPEGErrors*>(cinfo->err)->jump, 1);
+    std::longjmp(reinterpret_cast<JPEGErrors*>(cinfo->err)->jump, kJPEGFatal);
 }
 void jpegMessage(j_common_ptr, int) {}
 void jpegOutput(j_common_ptr) {}
 void jpegProgress(j_common_ptr cinfo) {
-    if (cinfo->is_decompressor &&
-        reinterpret_cast<j_decompress_ptr>(cinfo)->input_scan_number > kMaxJPEGScans)
-        jpegFatal(cinfo);
+    if (!cinfo->is_decompressor) return;
+    const auto* d = reinterpret_cast<j_decompress_ptr>(cinfo);
+    const uint64_t pixels = uint64_t(d->image_width) * d->image_height;
+    if (pixels != 0 && uint64_t(std::max(d->input_scan_number, 0)) > kMaxJPEGScanPixels / pixels)
+        std::longjmp(reinterpret_cast<JPEGErrors*>(cinfo->err)->jump, kJPEGBudgetSpent);
 }
 
 bool decodesAsJPEG(const uint8_t* bytes, size_t length) {
@@ -84,9 +91,15 @@ bool decodesAsJPEG(const uint8_t* bytes, size_t length) {
     errors.mgr.emit_message = jpegMessage;
     errors.mgr.output_message = jpegOutput;
     errors.progress.progress_monitor = jpegProgress;
-    if (setjmp(errors.jump)) {
-        jpeg_destroy_decompress(&cinfo);
-        return false;
+    switch (setjmp(errors.jump)) {
+        case 0:
+            break;
+        case kJPEGBudgetSpent:
+            jpeg_destroy_decompress(&cinfo);
+            return true;
+        default:
+            jpeg_destroy_decompress(&cinfo);
+            return false;
     }
     jpeg_create_decompress(&cinfo);
     cinfo.progress = &errors.progress;
