@@ -1,5 +1,6 @@
 #include "core/FieldValidator.h"
 
+#include <fmt/format.h>
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 #include <uriparser/Uri.h>
@@ -20,6 +21,7 @@ namespace sondrel {
 
 namespace {
 
+constexpr const char* kFoundTimes = "'{}' ({}) found {} times";
 constexpr std::string_view kNewlines = "value contains newline characters";
 constexpr std::string_view kControls = "value contains control characters";
 constexpr std::string_view kMultipleValues = "contains multiple values";
@@ -172,9 +174,8 @@ void FieldValidator::validateFields(bool fromMPEG4) {
         if (!item) continue;
         if (item->count >= 2 && !mulAtoms && !(item->fourCC == kApID && item->count == 2)) {
             tag_.logError(kTagProblem, item->offset,
-                          "'" + tag_.allocStringFromTag(item->fourCC) + "' (" +
-                              kFieldTable[static_cast<size_t>(index)].displayName + ") found " +
-                              std::to_string(item->count) + " times");
+                          fmt::format(kFoundTimes, tag_.allocStringFromTag(item->fourCC),
+                                      kFieldTable[static_cast<size_t>(index)].displayName, item->count));
         }
         lookForDirt(*item, item->value, true, true);
     }
@@ -261,6 +262,9 @@ bool FieldValidator::isValidTimeStamp(std::string_view text) {
     int64_t month = 0;
     if (!scanner.scanInteger(month)) return true;
     if (month < 1 || month > 12) return false;
+
+    // Unlike the later parts, a month is never the end: the second "-" is
+    // required even when nothing follows ("2021-03" is reported).
 
     if (!separatorIs(U'-')) return false;
     int64_t day = 0;

@@ -22,6 +22,7 @@
 #define STBI_NO_HDR
 #include <stb_image.h>
 
+#include "core/Bytes.h"
 #include "core/MimeTypeFromRawImageData.h"
 
 namespace sondrel::ImageValidator {
@@ -44,9 +45,11 @@ constexpr std::string_view kNotPNG =
 constexpr uint64_t kMaxStreamedPixels = uint64_t{1} << 25;  // about 5800 x 5800
 constexpr uint64_t kMaxCanvasPixels = uint64_t{1} << 24;    // about 4096 x 4096 (BMP)
 constexpr uint64_t kMaxTIFFBlockBytes = uint64_t{64} << 20;
+constexpr uint64_t kMaxTIFFTotalBytes = uint64_t{512} << 20;
 // A progressive JPEG needs one pass over all coefficients per scan; real
 // encoders write about ten scans, a crafted file could ask for thousands.
-constexpr int kMaxJPEGScans = 1000;
+// Past this budget of scans times pixels the scans read so far are the proof.
+constexpr uint64_t kMaxJPEGScanPixels = kMaxStreamedPixels * 16;
 
 bool tooManyPixels(uint64_t width, uint64_t height, uint64_t limit) {
     return width != 0 && height > limit / width;
@@ -62,15 +65,21 @@ struct JPEGErrors {
     std::jmp_buf jump;
 };
 
+// How a jump back to the decoding function ends the decode.
+constexpr int kJPEGFatal = 1;
+constexpr int kJPEGBudgetSpent = 2;
+
 void jpegFatal(j_common_ptr cinfo) {
-    std::longjmp(reinterpret_cast<JPEGErrors*>(cinfo->err)->jump, 1);
+    std::longjmp(reinterpret_cast<JPEGErrors*>(cinfo->err)->jump, kJPEGFatal);
 }
 void jpegMessage(j_common_ptr, int) {}
 void jpegOutput(j_common_ptr) {}
 void jpegProgress(j_common_ptr cinfo) {
-    if (cinfo->is_decompressor &&
-        reinterpret_cast<j_decompress_ptr>(cinfo)->input_scan_number > kMaxJPEGScans)
-        jpegFatal(cinfo);
+    if (!cinfo->is_decompressor) return;
+    const auto* d = reinterpret_cast<j_decompress_ptr>(cinfo);
+    const uint64_t pixels = uint64_t(d->image_width) * d->image_height;
+    if (pixels != 0 && uint64_t(std::max(d->input_scan_number, 0)) > kMaxJPEGScanPixels / pixels)
+        std::longjmp(reinterpret_cast<JPEGErrors*>(cinfo->err)->jump, kJPEGBudgetSpent);
 }
 
 bool decodesAsJPEG(const uint8_t* bytes, size_t length) {
@@ -82,9 +91,15 @@ bool decodesAsJPEG(const uint8_t* bytes, size_t length) {
     errors.mgr.emit_message = jpegMessage;
     errors.mgr.output_message = jpegOutput;
     errors.progress.progress_monitor = jpegProgress;
-    if (setjmp(errors.jump)) {
-        jpeg_destroy_decompress(&cinfo);
-        return false;
+    switch (setjmp(errors.jump)) {
+        case 0:
+            break;
+        case kJPEGBudgetSpent:
+            jpeg_destroy_decompress(&cinfo);
+            return true;
+        default:
+            jpeg_destroy_decompress(&cinfo);
+            return false;
     }
     jpeg_create_decompress(&cinfo);
     cinfo.progress = &errors.progress;
@@ -298,6 +313,8 @@ bool decodeTIFFBlocks(TIFF* tiff) {
     if (blockSize <= 0) return false;
     if (static_cast<uint64_t>(blockSize) > kMaxTIFFBlockBytes) return true;
     const uint32_t blocks = tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+    // Many samples per pixel can make a modest pixel count expand enormously.
+    if (uint64_t(blockSize) > kMaxTIFFTotalBytes / std::max<uint64_t>(blocks, 1)) return true;
     std::vector<uint8_t> buffer(static_cast<size_t>(blockSize));
     for (uint32_t i = 0; i < blocks; ++i) {
         const tmsize_t got = tiled ? TIFFReadEncodedTile(tiff, i, buffer.data(), blockSize)
@@ -335,6 +352,16 @@ bool decodesAsBMP(const uint8_t* bytes, size_t length) {
     if (width <= 0 || height <= 0) return false;
     if (tooManyPixels(static_cast<uint64_t>(width), static_cast<uint64_t>(height), kMaxCanvasPixels))
         return true;
+    // The decoder pads missing pixel rows with zeros instead of failing, so
+    // a few header bytes could make it fill a canvas of millions of pixels.
+    // When the data cannot hold the pixels it would only produce that
+    // padding; the accepted header is then the proof.
+    if (length >= 30) {
+        const uint32_t headerSize = le32(bytes + 14);
+        const uint16_t bitsPerPixel = le16(bytes + (headerSize == 12 ? 24 : 28));
+        const uint64_t rowBytes = (uint64_t(width) * bitsPerPixel + 7) / 8;
+        if (rowBytes != 0 && uint64_t(height) > length / rowBytes) return true;
+    }
     stbi_uc* pixels = stbi_load_from_memory(bytes, size, &width, &height, &components, 0);
     if (!pixels) return false;
     stbi_image_free(pixels);
@@ -354,8 +381,8 @@ bool canDecode(const uint8_t* bytes, size_t length) {
     // one decoder that could accept the data.
     if (startsWith(bytes, length, "\xFF\xD8")) return decodesAsJPEG(bytes, length);
     if (startsWith(bytes, length, "\x89PNG\r\n\x1A\n")) return decodesAsPNG(bytes, length);
-    if (startsWith(bytes, length, "GIF87a") || startsWith(bytes, length, "GIF89a"))
-        return decodesAsGIF(bytes, length);
+    // giflib itself only insists on "GIF"; the version digits are not checked.
+    if (startsWith(bytes, length, "GIF")) return decodesAsGIF(bytes, length);
     if (startsWith(bytes, length, "RIFF") && startsWith(bytes, length, "WEBP", 8))
         return decodesAsWebP(bytes, length);
     if (startsWith(bytes, length, std::string_view("II*\0", 4)) ||
