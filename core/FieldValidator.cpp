@@ -263,8 +263,8 @@ bool FieldValidator::isValidTimeStamp(std::string_view text) {
     if (!scanner.scanInteger(month)) return true;
     if (month < 1 || month > 12) return false;
 
-    // Unlike the later parts, a month is never the end: the second "-" is
-    // required even when nothing follows ("2021-03" is reported).
+    // A year and month alone ("2021-03") is a complete value.
+    if (scanner.isAtEnd()) return true;
 
     if (!separatorIs(U'-')) return false;
     int64_t day = 0;
