@@ -78,9 +78,4 @@ inline ReadResult readTag(const Bytes& file, uint64_t offset = 0, bool footer = 
     return r;
 }
 
-// Item checks need the field table's keys, which arrive with field validation.
-inline bool fieldTableFilled() {
-    return kFieldTable[field::Title].key != nullptr;
-}
-
 }  // namespace sondrel::testing
