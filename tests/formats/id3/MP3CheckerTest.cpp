@@ -153,7 +153,8 @@ TEST(MP3Checker, ID3v1TagIsReportedOnRequestAndKeptOutOfTheAudio) {
 }
 
 TEST(MP3Checker, APETagIsReportedAtTheID3v1Position) {
-    Bytes ape = apeTag(apeItem("Title", "x"), true);
+    // Items of 32 bytes or more: a smaller tag is refused.
+    Bytes ape = apeTag(apeItem("Title", "A title of some length"), true);
     Bytes file = concat({mpegFrames(kCBR, 3), ape});
     EXPECT_EQ(problemsFor("a.mp3", file), "");
     EXPECT_EQ(problemsFor("a.mp3", file, {{"LogID3v1", "1"}}),
@@ -171,7 +172,7 @@ TEST(MP3Checker, APETagIsReportedAtTheID3v1Position) {
     EXPECT_EQ(problemsFor("a.mp3", wrapped, {{"LogID3v1", "1"}}),
               line(wrapped.size() - 128, "Container", "APE tag present"));
     // An APEv2 tag that claims a header where none can be read is refused silently.
-    Bytes headless = concat({Bytes(20, 0), apeTag(apeItem("Title", "x"), false)});
+    Bytes headless = concat({Bytes(20, 0), apeTag(apeItem("Title", "A title of some length"), false)});
     headless[headless.size() - 32 + 23] |= 0x80;
     EXPECT_EQ(problemsFor("a.mp3", headless, {{"LogID3v1", "1"}}), line(0, "Container", "No audio data located"));
 }
