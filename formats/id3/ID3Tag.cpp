@@ -18,7 +18,8 @@ constexpr const char* kAPEPresent = "APE tag present";
 constexpr const char* kOverlappingTags = "Overlapping multiple tags";
 constexpr const char* kMultipleTags = "Has multiple ID3v2.x tags";
 constexpr const char* kFooterTag = "The ID3 tag is a footer tag";
-constexpr const char* kGarbageBeforeAudio = "{} bytes of garbage data before the actual start of the audio stream";
+constexpr const char* kGarbageBeforeAudio =
+    "{} bytes of garbage data before the actual start of the audio stream";
 constexpr const char* kNoAudio = "No audio data located";
 
 // An ID3v1 tag is the last 128 bytes of the file, starting with "TAG".
@@ -69,23 +70,9 @@ void ID3Tag::finishInit() {
         // before the ID3v1 tag if there is one. An APE tag is not allowed for.
         uint64_t footerDistance = kID3FooterSize + (hasID3V1Tag ? kID3v1Size : 0);
         if (searchEnd && fileSize >= footerDistance) {
-            // Reading the end tag replaces the reader's state; the start tag's
-            // is kept aside for its own walk.
-            uint64_t keptVersion = version, keptRevision = revision, keptFlags = flags;
-            const uint8_t* keptBytes = bytes;
-            Bytes keptBuffer = std::move(buffer);
-            uint64_t keptTagSize = tagSize, keptTotal = totalTagSize, keptInitialTotal = initialTotalTagSize;
-            uint64_t keptFirstTagBase = firstTagBase, keptValidateEndOfs = validateEndOfs;
-            bool keptUnsync = unsynchronizedAll, keptMissing = missingID3;
-            auto restore = [&] {
-                version = keptVersion, revision = keptRevision, flags = keptFlags;
-                bytes = keptBytes;
-                buffer = std::move(keptBuffer);
-                tagSize = keptTagSize, totalTagSize = keptTotal, initialTotalTagSize = keptInitialTotal;
-                firstTagBase = keptFirstTagBase, validateEndOfs = keptValidateEndOfs;
-                unsynchronizedAll = keptUnsync, missingID3 = keptMissing;
-            };
-
+            // Reading the end tag replaces the reader's state; the start
+            // tag's is kept aside for its own walk.
+            ReaderState startTagState = saveReaderState();
             tag2 = std::make_unique<ID3TagHeader>(fileSize - footerDistance);
             tag2->isFooter = true;
             if (readID3Header(*tag2)) {
@@ -100,11 +87,11 @@ void ID3Tag::finishInit() {
                     audioBase = 0;
                     multipleTags = true;
                     tag2.reset();
-                    restore();
+                    restoreReaderState(startTagState);
                 }
             } else {
                 tag2.reset();
-                if (tag1) restore();
+                if (tag1) restoreReaderState(startTagState);
             }
         }
     }
@@ -138,6 +125,36 @@ void ID3Tag::finishInit() {
     getFrameHeader();
 }
 
+ID3Tag::ReaderState ID3Tag::saveReaderState() {
+    return {version,
+            revision,
+            flags,
+            bytes,
+            std::move(buffer),
+            tagSize,
+            totalTagSize,
+            initialTotalTagSize,
+            firstTagBase,
+            validateEndOfs,
+            unsynchronizedAll,
+            missingID3};
+}
+
+void ID3Tag::restoreReaderState(ReaderState& s) {
+    version = s.version;
+    revision = s.revision;
+    flags = s.flags;
+    bytes = s.bytes;
+    buffer = std::move(s.buffer);
+    tagSize = s.tagSize;
+    totalTagSize = s.totalTagSize;
+    initialTotalTagSize = s.initialTotalTagSize;
+    firstTagBase = s.firstTagBase;
+    validateEndOfs = s.validateEndOfs;
+    unsynchronizedAll = s.unsynchronizedAll;
+    missingID3 = s.missingID3;
+}
+
 bool ID3Tag::checkForID3V1Tag() {
     ID3V1Offset = fileSize;
     if (fileSize <= kID3v1Size) return true;
@@ -149,12 +166,15 @@ bool ID3Tag::checkForID3V1Tag() {
     }
     if (std::memcmp(magic, "TAG", 3) == 0) {
         hasID3V1Tag = true;
-        if (theTag->settings().boolFromKey("LogID3v1")) theTag->logError(kContainer, ID3V1Offset, kID3v1Present);
+        if (theTag->settings().boolFromKey("LogID3v1"))
+            theTag->logError(kContainer, ID3V1Offset, kID3v1Present);
     }
     return true;
 }
 
-bool ID3Tag::validateSignature(const uint8_t* b) { return std::memcmp(b, "APETAGEX", 8) == 0; }
+bool ID3Tag::validateSignature(const uint8_t* b) {
+    return std::memcmp(b, "APETAGEX", 8) == 0;
+}
 
 bool ID3Tag::checkForAPE() {
     uint64_t distance = kAPEFooterSize + (hasID3V1Tag ? kID3v1Size : 0);
@@ -183,7 +203,8 @@ bool ID3Tag::checkForAPE() {
         ape_hasHeader = (ape_flags & kAPEHasHeader) != 0;
         if (ape_hasHeader) {
             uint8_t header[kAPEFooterSize];
-            if (ape_offset < kAPEFooterSize || !fileHandle->readInto(ape_offset - kAPEFooterSize, header, sizeof header))
+            if (ape_offset < kAPEFooterSize ||
+                !fileHandle->readInto(ape_offset - kAPEFooterSize, header, sizeof header))
                 return false;
         }
     }
@@ -291,7 +312,8 @@ bool ID3Tag::getFrameHeader() {
     }
 
     if (actualAudioBase != audioBase)
-        theTag->logError(kContainer, actualAudioBase, fmt::format(kGarbageBeforeAudio, actualAudioBase - audioBase));
+        theTag->logError(kContainer, actualAudioBase,
+                         fmt::format(kGarbageBeforeAudio, actualAudioBase - audioBase));
     if (!foundAudioFrame) theTag->logError(kContainer, actualAudioBase, kNoAudio);
 
     if (result.frames == 0) return false;

@@ -14,7 +14,7 @@
 namespace sondrel {
 
 class ID3Tag : public ID3Base {
-public:
+  public:
     // Runs the whole check of the file at `path`, reporting into `tag`.
     ID3Tag(const std::string& path, Tag& tag);
 
@@ -28,7 +28,18 @@ public:
     uint32_t getFrameTag() const { return frameTag; }
     uint64_t getActualAudioBase() const { return actualAudioBase; }
 
-private:
+  private:
+    // The tag reader's state for one tag, kept aside while another is read.
+    struct ReaderState {
+        uint64_t version, revision, flags;
+        const uint8_t* bytes;
+        Bytes buffer;
+        uint64_t tagSize, totalTagSize, initialTotalTagSize, firstTagBase, validateEndOfs;
+        bool unsynchronizedAll, missingID3;
+    };
+    ReaderState saveReaderState();
+    void restoreReaderState(ReaderState& s);
+
     void finishInit();
     // Both answer false when the ID3v2 tags must not be read.
     bool checkForID3V1Tag();

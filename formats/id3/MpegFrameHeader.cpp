@@ -25,9 +25,15 @@ std::optional<MpegFrameHeader> MpegFrameHeader::decode(const uint8_t* b) {
     if (!isValidHeader(b) || (b[2] >> 4) == 0) return std::nullopt;
     MpegFrameHeader h;
     switch (b[1] & 0x18) {
-        case 0x18: h.version = 1; break;
-        case 0x10: h.version = 2; break;
-        default: h.version = 3; break;
+        case 0x18:
+            h.version = 1;
+            break;
+        case 0x10:
+            h.version = 2;
+            break;
+        default:
+            h.version = 3;
+            break;
     }
     h.layer = 4 - ((b[1] >> 1) & 3);
     h.samplerate = kSampleRates[(b[2] >> 2) & 3] >> (h.version - 1);

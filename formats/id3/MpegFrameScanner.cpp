@@ -53,7 +53,8 @@ MpegFrameScanner::Result MpegFrameScanner::scan(const ProbeFn& probe) {
         while (p < searchEnd) {
             if (!at(p)) return failed();
             // Candidates whose lookahead lies wholly in the buffer.
-            uint64_t limit = windowEnd_ >= size_ ? searchEnd : std::min(searchEnd, windowEnd_ - kLookahead + 1);
+            uint64_t limit =
+                windowEnd_ >= size_ ? searchEnd : std::min(searchEnd, windowEnd_ - kLookahead + 1);
             const uint8_t* q = buffer_.data() + (p - windowStart_);
             const uint8_t* end = buffer_.data() + (limit - windowStart_);
             while (q < end) {

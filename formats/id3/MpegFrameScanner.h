@@ -18,7 +18,7 @@
 namespace sondrel {
 
 class MpegFrameScanner {
-public:
+  public:
     static constexpr uint64_t kBlockSize = 64 * 1024;
     // Bytes of the first frame that a Xing/Info or VBRI probe may read.
     static constexpr uint64_t kProbeLength = 58;
@@ -41,7 +41,7 @@ public:
         uint64_t frames = 0;
         uint64_t bitrateSum = 0;  // kbit/s summed over the frames counted
         double seconds = 0;
-        bool vbr = false;  // a frame's bitrate differed from the previous one's
+        bool vbr = false;      // a frame's bitrate differed from the previous one's
         MpegFrameHeader last;  // the last header decoded
     };
 
@@ -50,7 +50,7 @@ public:
 
     Result scan(const ProbeFn& probe);
 
-private:
+  private:
     // The buffered bytes from `position` on, with at least kLookahead of them
     // (fewer only at the range's end); null when a read failed.
     const uint8_t* at(uint64_t position);

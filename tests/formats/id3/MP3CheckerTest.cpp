@@ -41,7 +41,8 @@ Measured measure(const Bytes& file) {
 }
 
 TEST(MP3Checker, CleanStreamsOfEveryKindGiveNoProblems) {
-    MpegSpec padded = kCBR, crc = kCBR, mono = kCBR, layer2 = kCBR, layer1 = kCBR, mpeg2 = kCBR, mpeg25 = kCBR;
+    MpegSpec padded = kCBR, crc = kCBR, mono = kCBR, layer2 = kCBR, layer1 = kCBR, mpeg2 = kCBR,
+             mpeg25 = kCBR;
     padded.padding = true;
     crc.crc = true;
     mono.mono = true;
@@ -54,11 +55,13 @@ TEST(MP3Checker, CleanStreamsOfEveryKindGiveNoProblems) {
         EXPECT_EQ(problemsFor("a.mp3", mpegFrames(s, 20)), "");
         EXPECT_EQ(problemsFor("a.mp2", mpegFrames(s, 20)), "");
     }
-    EXPECT_EQ(problemsFor("x.mp3", concat({xingFrame(kCBR, "Xing", 15, 100, 41800), mpegFrames(kCBR, 5)})), "");
+    EXPECT_EQ(problemsFor("x.mp3", concat({xingFrame(kCBR, "Xing", 15, 100, 41800), mpegFrames(kCBR, 5)})),
+              "");
     EXPECT_EQ(problemsFor("x.mp3", concat({vbriFrame(kCBR, 41800, 100), mpegFrames(kCBR, 5)})), "");
     // A stream that loses sync in the middle is followed again without a word.
-    EXPECT_EQ(problemsFor("x.mp3", concat({mpegFrames(kCBR, 4), Bytes{1, 2, 0xFF, 0xFB, 0}, mpegFrames(kCBR, 4)})),
-              "");
+    EXPECT_EQ(
+        problemsFor("x.mp3", concat({mpegFrames(kCBR, 4), Bytes{1, 2, 0xFF, 0xFB, 0}, mpegFrames(kCBR, 4)})),
+        "");
 }
 
 TEST(MP3Checker, SummaryHeadersOfTheFirstFrameMeasureTheStream) {
@@ -75,7 +78,8 @@ TEST(MP3Checker, SummaryHeadersOfTheFirstFrameMeasureTheStream) {
 
     MpegSpec mono = kCBR;
     mono.mono = true;
-    EXPECT_EQ(measure(concat({xingFrame(mono, "Xing", 3, 100, 41800), mpegFrames(mono, 3)})).tag, fourcc("Xing"));
+    EXPECT_EQ(measure(concat({xingFrame(mono, "Xing", 3, 100, 41800), mpegFrames(mono, 3)})).tag,
+              fourcc("Xing"));
 
     // VBRI divides in floating point: 334400 bits in 2.612 s.
     Measured vbri = measure(concat({vbriFrame(kCBR, 41800, 100), mpegFrames(kCBR, 3)}));
@@ -94,7 +98,8 @@ TEST(MP3Checker, SummaryHeadersOfTheFirstFrameMeasureTheStream) {
 
 TEST(MP3Checker, RefusedSummaryHeadersLeaveTheStreamToTheScan) {
     const Bytes junk = {0, 0, 0};
-    const std::string garbage = line(3, "Container", "3 bytes of garbage data before the actual start of the audio stream");
+    const std::string garbage =
+        line(3, "Container", "3 bytes of garbage data before the actual start of the audio stream");
     MpegSpec mono = kCBR;
     mono.mono = true;
     const Bytes refused[] = {
@@ -120,8 +125,9 @@ TEST(MP3Checker, RefusedSummaryHeadersLeaveTheStreamToTheScan) {
 }
 
 TEST(MP3Checker, GarbageBeforeTheFirstHeaderAndMissingAudio) {
-    EXPECT_EQ(problemsFor("a.mp3", concat({Bytes(1000, 0x55), mpegFrames(kCBR, 3)})),
-              line(1000, "Container", "1000 bytes of garbage data before the actual start of the audio stream"));
+    EXPECT_EQ(
+        problemsFor("a.mp3", concat({Bytes(1000, 0x55), mpegFrames(kCBR, 3)})),
+        line(1000, "Container", "1000 bytes of garbage data before the actual start of the audio stream"));
     EXPECT_EQ(measure(concat({Bytes(7, 0), mpegFrames(kCBR, 3)})).actualAudioBase, 7u);
 
     const std::string noAudio = line(0, "Container", "No audio data located");
@@ -131,7 +137,8 @@ TEST(MP3Checker, GarbageBeforeTheFirstHeaderAndMissingAudio) {
     free.bitrate = 0;
     EXPECT_EQ(problemsFor("a.mp3", mpegFrames(free, 5, 400)), noAudio);
     ByteBuilder badHeaders;
-    for (int i = 0; i < 50; ++i) badHeaders.bytes({0xFF, 0xFB, 0xF0, 0}).bytes({0xFF, 0xEB, 0x90, 0}).bytes({0xFF, 0xFB, 0x90, 2});
+    for (int i = 0; i < 50; ++i)
+        badHeaders.bytes({0xFF, 0xFB, 0xF0, 0}).bytes({0xFF, 0xEB, 0x90, 0}).bytes({0xFF, 0xFB, 0x90, 2});
     EXPECT_EQ(problemsFor("a.mp3", badHeaders), noAudio);
     // A header among the last 16 bytes of the audio is never searched for.
     EXPECT_EQ(problemsFor("a.mp3", concat({Bytes(100, 0), mpegHeader(kCBR), Bytes(12, 0)})), noAudio);
@@ -146,10 +153,12 @@ TEST(MP3Checker, ID3v1TagIsReportedOnRequestAndKeptOutOfTheAudio) {
     Bytes v1 = id3v1Tag();
     Bytes header = mpegHeader(kCBR);
     std::copy(header.begin(), header.end(), v1.begin() + 3);
-    EXPECT_EQ(problemsFor("a.mp3", concat({Bytes(600, 0), v1})), line(0, "Container", "No audio data located"));
+    EXPECT_EQ(problemsFor("a.mp3", concat({Bytes(600, 0), v1})),
+              line(0, "Container", "No audio data located"));
     // A file of 128 bytes or less has no room for audio and an ID3v1 tag.
     Bytes small = id3v1Tag();
-    EXPECT_EQ(problemsFor("a.mp3", small, {{"LogID3v1", "1"}}), line(0, "Container", "No audio data located"));
+    EXPECT_EQ(problemsFor("a.mp3", small, {{"LogID3v1", "1"}}),
+              line(0, "Container", "No audio data located"));
 }
 
 TEST(MP3Checker, APETagIsReportedAtTheID3v1Position) {
@@ -174,15 +183,18 @@ TEST(MP3Checker, APETagIsReportedAtTheID3v1Position) {
     // An APEv2 tag that claims a header where none can be read is refused silently.
     Bytes headless = concat({Bytes(20, 0), apeTag(apeItem("Title", "A title of some length"), false)});
     headless[headless.size() - 32 + 23] |= 0x80;
-    EXPECT_EQ(problemsFor("a.mp3", headless, {{"LogID3v1", "1"}}), line(0, "Container", "No audio data located"));
+    EXPECT_EQ(problemsFor("a.mp3", headless, {{"LogID3v1", "1"}}),
+              line(0, "Container", "No audio data located"));
 }
 
 TEST(MP3Checker, FilesTooShortForTheTagsAtTheEnd) {
     EXPECT_EQ(problemsFor("a.mp3", Bytes(10, 0)), line(0, "Fatal", "Invalid file size"));
     // No room for an APE footer: the read there fails, the audio is still checked.
-    EXPECT_EQ(problemsFor("a.mp3", Bytes(20, 0)), line(20, "File", "Read error") + line(0, "Container", "No audio data located"));
+    EXPECT_EQ(problemsFor("a.mp3", Bytes(20, 0)),
+              line(20, "File", "Read error") + line(0, "Container", "No audio data located"));
     Bytes v1Only = concat({Bytes(10, 0), id3v1Tag()});
-    EXPECT_EQ(problemsFor("a.mp3", v1Only), line(10, "File", "Read error") + line(0, "Container", "No audio data located"));
+    EXPECT_EQ(problemsFor("a.mp3", v1Only),
+              line(10, "File", "Read error") + line(0, "Container", "No audio data located"));
 }
 
 TEST(MP3Checker, MemoryDoesNotDependOnTheDeclaredSizes) {

@@ -19,10 +19,11 @@ struct ScanRun {
     Bytes probed;  // the bytes the probe saw
     bool operator==(const ScanRun& o) const {
         const auto &a = result, &b = o.result;
-        return a.readFailed == b.readFailed && a.foundHeader == b.foundHeader && a.firstHeader == b.firstHeader &&
-               a.probeAccepted == b.probeAccepted && a.frames == b.frames && a.bitrateSum == b.bitrateSum &&
-               a.seconds == b.seconds && a.vbr == b.vbr && a.last.version == b.last.version &&
-               a.last.layer == b.last.layer && a.last.bitrateIndex == b.last.bitrateIndex && probed == o.probed;
+        return a.readFailed == b.readFailed && a.foundHeader == b.foundHeader &&
+               a.firstHeader == b.firstHeader && a.probeAccepted == b.probeAccepted && a.frames == b.frames &&
+               a.bitrateSum == b.bitrateSum && a.seconds == b.seconds && a.vbr == b.vbr &&
+               a.last.version == b.last.version && a.last.layer == b.last.layer &&
+               a.last.bitrateIndex == b.last.bitrateIndex && probed == o.probed;
     }
 };
 
@@ -69,7 +70,9 @@ Bytes mixedStream() {
     MpegSpec l1;
     l1.layer = 1, l1.bitrate = 448, l1.samplerate = 32000;
     b.bytes(mpegFrames(l1, 30));
-    b.bytes(Bytes(mpegFrame(kCBR).begin(), mpegFrame(kCBR).begin() + 30));
+    Bytes last = mpegFrame(kCBR);
+    last.resize(30);
+    b.bytes(last);
     return b.take();
 }
 
@@ -81,8 +84,9 @@ TEST(MP3FrameScan, EveryBlockSizeGivesTheWholeRangeResult) {
     EXPECT_EQ(whole.result.firstHeader, 6u);  // FF FB 00: free format is no start
     EXPECT_TRUE(whole.result.vbr);
     EXPECT_GT(whole.result.frames, 300u);
-    for (uint64_t block : {uint64_t(1), uint64_t(59), uint64_t(60), uint64_t(61), uint64_t(64), uint64_t(100),
-                           uint64_t(417), uint64_t(418), uint64_t(1000), uint64_t(4096), MpegFrameScanner::kBlockSize}) {
+    for (uint64_t block :
+         {uint64_t(1), uint64_t(59), uint64_t(60), uint64_t(61), uint64_t(64), uint64_t(100), uint64_t(417),
+          uint64_t(418), uint64_t(1000), uint64_t(4096), MpegFrameScanner::kBlockSize}) {
         SCOPED_TRACE(block);
         ScanRun blocked = scan(data, block);
         EXPECT_TRUE(blocked == whole);

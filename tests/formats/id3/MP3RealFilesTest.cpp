@@ -3,9 +3,9 @@
 // checked without a crash and with a well-formed verdict.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <chrono>
 #include <filesystem>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,12 +29,13 @@ bool haveTagReader() {
 }
 
 class MP3RealFiles : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         for (const char* tool : {"sox", "lame"})
             if (!haveTool(tool)) GTEST_SKIP() << tool << " is not installed";
         wav_ = dir_.path() + "/tone.wav";
-        ASSERT_TRUE(run("sox -n -r 44100 -c 2 -b 16 '" + wav_ + "' synth 3 sine 440 sine 660 >/dev/null 2>&1"));
+        ASSERT_TRUE(
+            run("sox -n -r 44100 -c 2 -b 16 '" + wav_ + "' synth 3 sine 440 sine 660 >/dev/null 2>&1"));
     }
     std::string path(const std::string& name) const { return dir_.path() + "/" + name; }
     std::string copy(const std::string& from, const std::string& to) const {
@@ -45,7 +46,8 @@ protected:
     std::string cover() {
         std::string jpg = path("cover.jpg");
         if (!fs::exists(jpg) && haveTool("ffmpeg"))
-            run("ffmpeg -loglevel error -f lavfi -i color=c=red:s=32x32 -frames:v 1 '" + jpg + "' </dev/null");
+            run("ffmpeg -loglevel error -f lavfi -i color=c=red:s=32x32 -frames:v 1 '" + jpg +
+                "' </dev/null");
         return fs::exists(jpg) ? jpg : std::string();
     }
 
@@ -63,18 +65,20 @@ TEST_F(MP3RealFiles, UntaggedStreamsFromLameAndFfmpeg) {
     for (const char* name : {"cbr.mp3", "info.mp3", "vbr.mp3", "mpeg2.mp3"})
         EXPECT_EQ(problemsForFile(path(name)), "") << name;
     if (!haveTool("ffmpeg")) GTEST_SKIP() << "ffmpeg is not installed";
-    ASSERT_TRUE(run("ffmpeg -loglevel error -i '" + wav_ + "' -c:a mp2 -b:a 192k '" + path("ff.mp2") + "' </dev/null"));
+    ASSERT_TRUE(run("ffmpeg -loglevel error -i '" + wav_ + "' -c:a mp2 -b:a 192k '" + path("ff.mp2") +
+                    "' </dev/null"));
     EXPECT_EQ(problemsForFile(path("ff.mp2")), "");
     ASSERT_TRUE(run("ffmpeg -loglevel error -i '" + wav_ + "' -c:a libmp3lame -b:a 128k -id3v2_version 0 '" +
                     path("ff.mp3") + "' </dev/null"));
     EXPECT_EQ(problemsForFile(path("ff.mp3")), "");
     // By default ffmpeg adds an ID3v2.4 tag naming the encoder, written with
     // a terminating nil, which the text frame rules report.
-    ASSERT_TRUE(run("ffmpeg -loglevel error -i '" + wav_ + "' -c:a libmp3lame -b:a 128k '" + path("fftag.mp3") +
-                    "' </dev/null"));
+    ASSERT_TRUE(run("ffmpeg -loglevel error -i '" + wav_ + "' -c:a libmp3lame -b:a 128k '" +
+                    path("fftag.mp3") + "' </dev/null"));
     if (!haveTagReader()) GTEST_SKIP() << "ffmpeg's tagged file needs the ID3v2 tag reader";
-    EXPECT_EQ(problemsForFile(path("fftag.mp3")),
-              "    000000000010  Framing: ID3 'TSSE' frame: text string contains redundant trailing nil(s)\n");
+    EXPECT_EQ(
+        problemsForFile(path("fftag.mp3")),
+        "    000000000010  Framing: ID3 'TSSE' frame: text string contains redundant trailing nil(s)\n");
 }
 
 TEST_F(MP3RealFiles, TaggedByRealTaggers) {
@@ -85,7 +89,8 @@ TEST_F(MP3RealFiles, TaggedByRealTaggers) {
     if (haveTool("eyeD3")) {
         for (const char* v : {"2.3", "2.4"}) {
             std::string f = copy("base.mp3", std::string("eyed3-") + v + ".mp3");
-            std::string cmd = std::string("eyeD3 --quiet --to-v") + v + " -t 'A Title' -a 'An Artist' -A 'An Album' -n 3 -Y 2020" +
+            std::string cmd = std::string("eyeD3 --quiet --to-v") + v +
+                              " -t 'A Title' -a 'An Artist' -A 'An Album' -n 3 -Y 2020" +
                               " -c 'A comment' --add-comment 'Second:desc:eng'";
             if (!jpg.empty()) cmd += " --add-image '" + jpg + ":FRONT_COVER'";
             ASSERT_TRUE(run(cmd + " '" + f + "' >/dev/null 2>&1")) << v;
@@ -109,18 +114,30 @@ TEST_F(MP3RealFiles, TaggedByRealTaggers) {
     }
     if (haveTool("id3v2")) {
         std::string f = copy("base.mp3", "id3v2.mp3");
-        ASSERT_TRUE(run("id3v2 -2 -t 'A Title' -a 'An Artist' -A 'An Album' -T 3 -c 'desc':'A comment':'eng' '" + f +
-                        "' >/dev/null 2>&1"));
+        ASSERT_TRUE(
+            run("id3v2 -2 -t 'A Title' -a 'An Artist' -A 'An Album' -T 3 -c 'desc':'A comment':'eng' '" + f +
+                "' >/dev/null 2>&1"));
         tagged.push_back(f);
     }
     if (tagged.empty()) GTEST_SKIP() << "no tagger is installed";
     for (const auto& f : tagged) EXPECT_EQ(problemsForFile(f), "") << f;
 }
 
+// "    %012lu  Category: message", as the log writes a problem.
+bool isProblemLine(const std::string& l) {
+    if (l.size() < 18 || l.compare(0, 4, "    ") != 0 || l.compare(16, 2, "  ") != 0) return false;
+    for (size_t i = 4; i < 16; ++i)
+        if (!std::isdigit(static_cast<unsigned char>(l[i]))) return false;
+    for (const char* category : {"File", "Container", "Framing", "Tag", "Fatal", "Privacy"}) {
+        std::string head = std::string(category) + ": ";
+        if (l.compare(18, head.size(), head) == 0) return l.size() > 18 + head.size();
+    }
+    return false;
+}
+
 TEST(MP3Corpus, EveryMpegFileGetsAWellFormedVerdict) {
     fs::path corpus = SONDREL_SHARED_DIR "/corpus";
     if (!fs::is_directory(corpus)) GTEST_SKIP() << "no shared corpus";
-    const std::regex lineForm(R"(    \d{12}  (File|Container|Framing|Tag|Fatal|Privacy): [^\n]+)");
     int checked = 0;
     for (const auto& entry : fs::recursive_directory_iterator(corpus)) {
         if (!entry.is_regular_file()) continue;
@@ -132,7 +149,7 @@ TEST(MP3Corpus, EveryMpegFileGetsAWellFormedVerdict) {
         std::string log = problemsForFile(entry.path().string());
         EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
         std::istringstream lines(log);
-        for (std::string l; std::getline(lines, l);) EXPECT_TRUE(std::regex_match(l, lineForm)) << l;
+        for (std::string l; std::getline(lines, l);) EXPECT_TRUE(isProblemLine(l)) << l;
         // A file too small to hold anything is never passed silently.
         if (entry.file_size() <= 10) {
             EXPECT_NE(log.find("Fatal: Invalid file size"), std::string::npos);

@@ -22,7 +22,8 @@ std::string line(uint64_t offset, const char* category, const std::string& messa
     return head + std::string(category) + ": " + message + "\n";
 }
 std::string garbage(uint64_t at, uint64_t count) {
-    return line(at, "Container", std::to_string(count) + " bytes of garbage data before the actual start of the audio stream");
+    return line(at, "Container",
+                std::to_string(count) + " bytes of garbage data before the actual start of the audio stream");
 }
 
 const MpegSpec kCBR;
@@ -30,9 +31,8 @@ const MpegSpec kCBR;
 // These cases need the real ID3v2 tag reader; they skip while the tag
 // reader is still the stand-in that never finds a tag.
 bool haveTagReader() {
-    static const bool present =
-        problemsFor("probe.mp3", concat({id3v2Tag(5, {}, 20), mpegFrames(kCBR, 3)})).find("Invalid ID3 version") !=
-        std::string::npos;
+    static const bool present = problemsFor("probe.mp3", concat({id3v2Tag(5, {}, 20), mpegFrames(kCBR, 3)}))
+                                    .find("Invalid ID3 version") != std::string::npos;
     return present;
 }
 #define NEEDS_TAG_READER() \
@@ -51,7 +51,8 @@ TEST(MP3WithID3v2, TagAtTheStartMovesTheAudioStart) {
                   garbage(tag.size() + 3, 3));
         // A summary header right after the tag is found there.
         Settings settings = settingsWith();
-        Tag record("/m/a.mp3", settings, concat({tag, xingFrame(kCBR, "Info", 3, 100, 41800), mpegFrames(kCBR, 2)}));
+        Tag record("/m/a.mp3", settings,
+                   concat({tag, xingFrame(kCBR, "Info", 3, 100, 41800), mpegFrames(kCBR, 2)}));
         auto* checker = dynamic_cast<ID3Tag*>(record.lowLevelRep());
         ASSERT_NE(checker, nullptr);
         EXPECT_EQ(checker->getFrameTag(), fourcc("Info"));
@@ -62,7 +63,8 @@ TEST(MP3WithID3v2, TagFoundThroughItsFooterIsWalkedThenReported) {
     NEEDS_TAG_READER();
     Bytes audio = mpegFrames(kCBR, 5);
     Bytes end = titleTag(4, true);
-    EXPECT_EQ(problemsFor("a.mp3", concat({audio, end})), line(audio.size(), "Container", "The ID3 tag is a footer tag"));
+    EXPECT_EQ(problemsFor("a.mp3", concat({audio, end})),
+              line(audio.size(), "Container", "The ID3 tag is a footer tag"));
     // Before an ID3v1 tag the footer is looked for 128 bytes earlier.
     EXPECT_EQ(problemsFor("a.mp3", concat({audio, end, id3v1Tag()})),
               line(audio.size(), "Container", "The ID3 tag is a footer tag"));
@@ -78,8 +80,8 @@ TEST(MP3WithID3v2, TagsAtBothEndsAndOverlappingTags) {
     // and the audio measured from the file's first byte, so the start tag
     // itself stands before the first frame.
     Bytes both = concat({start, audio, end});
-    EXPECT_EQ(problemsFor("a.mp3", both),
-              line(both.size() - 128, "Container", "Has multiple ID3v2.x tags") + garbage(start.size(), start.size()));
+    EXPECT_EQ(problemsFor("a.mp3", both), line(both.size() - 128, "Container", "Has multiple ID3v2.x tags") +
+                                              garbage(start.size(), start.size()));
 
     // A start tag whose size reaches over the end tag: the check stops there.
     Bytes frame = id3TextFrame(3, "TIT2", "A title");
@@ -99,7 +101,8 @@ TEST(MP3WithID3v2, StartTagProblemsAndAPESizesDecideTheFooterSearch) {
               line(0, "Framing", "Invalid ID3 version 2.5.0") + garbage(bad.size(), bad.size()));
     // An APE size field of 32 to 63 keeps every ID3v2 tag unread.
     Bytes tag = titleTag(3);
-    EXPECT_EQ(problemsFor("a.mp3", concat({tag, audio, apeTag({}, false, 2000, 40)})), garbage(tag.size(), tag.size()));
+    EXPECT_EQ(problemsFor("a.mp3", concat({tag, audio, apeTag({}, false, 2000, 40)})),
+              garbage(tag.size(), tag.size()));
 }
 
 }  // namespace
