@@ -9,6 +9,10 @@
 
 namespace sondrel::ImageValidator {
 
+// True when one of the image decoders (JPEG, PNG, GIF, WebP, TIFF, BMP)
+// accepts the data; a decoder's warning still counts as decoded.
+bool canDecode(const uint8_t* bytes, size_t length);
+
 // A message for undecodable or mislabelled artwork, or nullopt when it is fine.
 std::optional<std::string> validateImage(const uint8_t* bytes, size_t length, std::string_view mimeType);
 

@@ -1,15 +1,36 @@
 #pragma once
-// Checks one WavPack file.
+// Checks one WavPack file: the first block header, the chain of block
+// headers up to the first block marked final, the codec version and the
+// sample-rate index, and the total sample count, looked for at the end of the
+// stream when the first block does not give it. The APE tag at the end of the
+// file is read and checked as for Monkey's Audio.
+#include <cstdint>
 #include <string>
 
-#include "core/Tag.h"
+#include "core/Bytes.h"
+#include "core/FileHandle.h"
+#include "formats/ape/ApeTag.h"
 
 namespace sondrel {
 
-class WVTag : public Checker {
-public:
+class WVTag : public ApeTag {
+  public:
     // Runs the whole check of the file at `path`, reporting into `tag`.
     WVTag(const std::string& path, Tag& tag);
+
+    // Forward search of [startOffset, stopOffset) in stretches of 10240 bytes
+    // that overlap by markerLength - 1; a stretch that would pass the stop is
+    // shortened, and one shorter than the marker ends the search. The
+    // absolute offset of the first match, or kNotFound (also when a read fails).
+    static uint64_t spanForMarker(FileHandle& handle, const uint8_t* marker, uint64_t markerLength,
+                                  uint64_t startOffset, uint64_t stopOffset);
+
+  private:
+    bool verifyMarker();
+    void validateFile();
+    void lookForSampleFramesAtEnd();
+
+    Bytes blk1;
 };
 
 }  // namespace sondrel
