@@ -59,12 +59,20 @@ void ImageView::dropEvent(QDropEvent* event) {
     highlighted_ = false;
     update();
     // Only the list of file names counts; text or other data in the drag is ignored.
-    std::vector<std::string> paths;
-    for (const QUrl& url : event->mimeData()->urls())
-        if (url.isLocalFile()) paths.push_back(url.toLocalFile().toStdString());
-    if (!delegate_.dropPaths(paths)) return event->ignore();
+    if (!dropUrls(event->mimeData()->urls())) return event->ignore();
     event->setDropAction(Qt::CopyAction);
     event->accept();
+}
+
+}  // namespace sondrel::app
+
+namespace sondrel::app {
+
+bool ImageView::dropUrls(const QList<QUrl>& urls) {
+    std::vector<std::string> paths;
+    for (const QUrl& url : urls)
+        if (url.isLocalFile()) paths.push_back(url.toLocalFile().toStdString());
+    return delegate_.dropPaths(paths);
 }
 
 }  // namespace sondrel::app

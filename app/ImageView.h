@@ -14,6 +14,8 @@ class ImageView : public QWidget {
   public:
     explicit ImageView(AppDelegate& delegate, QWidget* parent = nullptr);
     QSize sizeHint() const override { return {150, 150}; }
+    // A drop's URLs: the local file names go to the controller; false when it refused them.
+    bool dropUrls(const QList<QUrl>& urls);
 
   protected:
     void paintEvent(QPaintEvent* event) override;

@@ -22,7 +22,7 @@ LogViewer::LogViewer(AppDelegate& delegate, QWidget* parent)
       findField_(new QLineEdit(this)),
       state_(delegate, [this](const QString& text) { textView_->setPlainText(text); }) {
     setWindowTitle(kWindowTitle);
-    resize(820, 560);
+    resize(960, 560);
     textView_->setReadOnly(true);
     textView_->setLineWrapMode(QPlainTextEdit::NoWrap);
     textView_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);

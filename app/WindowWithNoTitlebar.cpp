@@ -2,6 +2,7 @@
 
 #include <QGuiApplication>
 #include <QMouseEvent>
+#include <QPainterPath>
 #include <QScreen>
 
 #include "app/RoundedView.h"
@@ -54,6 +55,11 @@ void WindowWithNoTitlebar::mouseMoveEvent(QMouseEvent* event) {
 
 void WindowWithNoTitlebar::resizeEvent(QResizeEvent* event) {
     content_->setGeometry(rect());
+    // Without a compositor a non-opaque window shows black where it should be
+    // clear; the mask cuts the corners away on every screen.
+    QPainterPath path;
+    path.addRoundedRect(QRectF(rect()), RoundedView::kRadius, RoundedView::kRadius);
+    setMask(QRegion(path.toFillPolygon().toPolygon()));
     QWidget::resizeEvent(event);
 }
 

@@ -83,14 +83,22 @@ int main(int argc, char** argv) {
     for (const QString& p : parser.positionalArguments()) paths.push_back(p.toStdString());
     if (!paths.empty()) delegate.dropPaths(paths);
 
+    // Without a window manager windows cannot be raised, so each picture is
+    // taken before the next window opens: the main window, then the viewer.
     const QString mainPng = parser.value(grabMain), logPng = parser.value(grabLog);
-    auto grabAndQuit = [&] {
-        // Give the windows a moment to be drawn on the screen.
-        QTimer::singleShot(700, &application, [&] {
-            int failures = 0;
+    const bool grabbing = !mainPng.isEmpty() || !logPng.isEmpty();
+    int failures = 0;
+    auto afterDrawing = [&](auto step) { QTimer::singleShot(700, &application, step); };
+    auto grabViewerAndQuit = [&] {
+        if (!logPng.isEmpty() && !(viewer.isVisible() && grab(&viewer, logPng))) ++failures;
+        if (grabbing) application.exit(failures ? 1 : 0);
+    };
+    auto grabMainThenViewer = [&](bool openViewer) {
+        afterDrawing([&, openViewer] {
             if (!mainPng.isEmpty() && !grab(&window, mainPng)) ++failures;
-            if (!logPng.isEmpty() && !(viewer.isVisible() && grab(&viewer, logPng))) ++failures;
-            if (!mainPng.isEmpty() || !logPng.isEmpty()) application.exit(failures ? 1 : 0);
+            if (!openViewer) return grabViewerAndQuit();
+            delegate.viewLog();
+            afterDrawing(grabViewerAndQuit);
         });
     };
 
@@ -100,16 +108,11 @@ int main(int argc, char** argv) {
             if (delegate.running()) *scanned = true;
             if (!*scanned || delegate.running()) return;
             *scanned = false;
-            // Let done() finish before the log is read.
-            QTimer::singleShot(0, &application, [&] {
-                delegate.viewLog();
-                window.raise();
-                grabAndQuit();
-            });
+            grabMainThenViewer(true);
         });
         QTimer::singleShot(0, &application, [&] { delegate.startCancelHit(); });
-    } else {
-        grabAndQuit();
+    } else if (grabbing) {
+        grabMainThenViewer(false);
     }
     return application.exec();
 }
