@@ -1,0 +1,161 @@
+#include "app/MainWindow.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include "app/AboutWindowController.h"
+#include "app/AppDelegate.h"
+#include "app/ImageView.h"
+#include "app/LogViewer.h"
+#include "app/OptionsSheet.h"
+#include "app/RoundedView.h"
+#include "core/BuildInfo.h"
+
+namespace sondrel::app {
+
+MainWindow::MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowController& about)
+    : delegate_(delegate), viewer_(viewer), about_(about) {
+    setWindowTitle(build::kName);
+    QWidget* panel = contentView();
+    options_ = new OptionsSheet(delegate_, this);
+    target_ = new ImageView(delegate_, panel);
+    filePath_ = new QLineEdit(panel);
+    choose_ = new QPushButton("Choose\u2026", panel);
+    startCancel_ = new QPushButton(AppDelegate::kStartTitle, panel);
+    viewLog_ = new QPushButton("View Log", panel);
+    reset_ = new QPushButton("Reset", panel);
+    statusBar_ = new QLabel(panel);
+
+    filePath_->setToolTip("The log file; every scan replaces its contents");
+    choose_->setToolTip("Choose the log file");
+    viewLog_->setToolTip("Show the log file");
+    reset_->setToolTip("Clear the selection");
+    startCancel_->setDefault(true);
+    statusBar_->setTextInteractionFlags(Qt::NoTextInteraction);
+    statusBar_->setMinimumWidth(100);
+    statusBar_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+
+    QFont titleFont = font();
+    titleFont.setPointSize(titleFont.pointSize() + 6);
+    titleFont.setBold(true);
+    auto* title = new QLabel(build::kName, panel);
+    title->setFont(titleFont);
+
+    auto* right = new QGridLayout;
+    right->addWidget(title, 0, 0, 1, 3);
+    right->addWidget(new QLabel("Log file:", panel), 1, 0, 1, 3);
+    auto* pathRow = new QHBoxLayout;
+    pathRow->addWidget(filePath_, 1);
+    pathRow->addWidget(choose_);
+    right->addLayout(pathRow, 2, 0, 1, 3);
+    right->addWidget(startCancel_, 3, 0);
+    right->addWidget(viewLog_, 3, 1);
+    right->addWidget(reset_, 3, 2);
+    right->setRowStretch(4, 1);
+
+    auto* middle = new QHBoxLayout;
+    middle->addWidget(target_);
+    middle->addSpacing(12);
+    middle->addLayout(right, 1);
+
+    auto* layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(14, 6, 14, 10);
+    buildMenus(panel);
+    layout->addLayout(middle, 1);
+    layout->addWidget(statusBar_);
+
+    connect(choose_, &QPushButton::clicked, this, [this] { delegate_.promptForPath(); });
+    connect(filePath_, &QLineEdit::editingFinished, this,
+            [this] { delegate_.setLogPathText(filePath_->text().toStdString()); });
+    connect(startCancel_, &QPushButton::clicked, this, [this] { delegate_.startCancelHit(); });
+    connect(viewLog_, &QPushButton::clicked, this, [this] { delegate_.viewLog(); });
+    connect(reset_, &QPushButton::clicked, this, [this] { delegate_.resetSels(); });
+    connect(&delegate_, &AppDelegate::stateChanged, this, &MainWindow::refresh);
+
+    resize(600, 250);
+    refresh();
+}
+
+void MainWindow::buildMenus(QWidget* panel) {
+    auto* bar = new QMenuBar(panel);
+    bar->setNativeMenuBar(false);
+    bar->setStyleSheet("QMenuBar { background: transparent; }");
+    panel->layout()->setMenuBar(bar);
+
+    QMenu* app = bar->addMenu(build::kName);
+    app->addAction("About Sondrel", this, [this] { about_.showWindow(); });
+    app->addSeparator();
+    app->addAction("Options\u2026", QKeySequence::Preferences, this, [this] { options_->showPrefs(); });
+    app->addAction("Reset Warnings", this, [this] { delegate_.resetWarnings(); });
+    app->addSeparator();
+    app->addAction("Quit", QKeySequence::Quit, this, [this] { quit(); });
+
+    logViewerMenu_ = bar->addMenu("Log Viewer");
+    QAction* view = logViewerMenu_->addAction("View Log", QKeySequence(Qt::CTRL | Qt::Key_L), this,
+                                              [this] { delegate_.viewLog(); });
+    view->setData(AppDelegate::kViewLogMenuTag);
+    logViewerMenu_->addSeparator();
+    logViewerMenu_->addAction("Bigger", QKeySequence::ZoomIn, this, [this] { viewer_.bigger(); });
+    logViewerMenu_->addAction("Smaller", QKeySequence::ZoomOut, this, [this] { viewer_.smaller(); });
+    logViewerMenu_->addAction("Close Log Viewer", this, [this] { viewer_.closeWindow(); });
+    connect(logViewerMenu_, &QMenu::aboutToShow, this, &MainWindow::updateLogViewerMenu);
+
+    QMenu* help = bar->addMenu("Help");
+    help->addAction("Sondrel Help", QKeySequence::HelpContents, this, [this] { delegate_.showMainHelp(); });
+    help->addAction("Options Help", this, [this] { delegate_.showOptionsHelp(); });
+    help->addAction("Release Notes", this, [this] { delegate_.releaseNotes(); });
+}
+
+void MainWindow::updateLogViewerMenu() {
+    for (QAction* a : logViewerMenu_->actions()) {
+        if (a->isSeparator()) continue;
+        a->setEnabled(delegate_.menuItemEnabled(a->data().toInt()));
+    }
+}
+
+void MainWindow::refresh() {
+    startCancel_->setText(QString::fromStdString(delegate_.startTitle()));
+    startCancel_->setEnabled(delegate_.okToStart());
+    viewLog_->setEnabled(delegate_.okToViewLog());
+    reset_->setEnabled(delegate_.okToReset());
+    const QString status = QString::fromStdString(delegate_.statusText());
+    statusBar_->setText(status);
+    statusBar_->setToolTip({});
+    const QString path = QString::fromStdString(delegate_.logPathSetting());
+    if (!filePath_->hasFocus() && filePath_->text() != path) filePath_->setText(path);
+    filePath_->setEnabled(!delegate_.running());
+    choose_->setEnabled(!delegate_.running());
+    // Shortcuts work with the menu closed, so its enabling follows the state too.
+    if (logViewerMenu_) updateLogViewerMenu();
+}
+
+void MainWindow::quit() {
+    if (!delegate_.applicationShouldTerminate()) return;
+    viewer_.close();
+    about_.closeWindow();
+    QApplication::quit();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (!delegate_.applicationShouldTerminate()) return event->ignore();
+    event->accept();
+    QTimer::singleShot(0, this, &MainWindow::quit);
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+    WindowWithNoTitlebar::showEvent(event);
+    if (shown_) return;
+    shown_ = true;
+    if (firstUseNoteAllowed_) QTimer::singleShot(0, this, [this] { delegate_.windowDidBecomeMain(); });
+}
+
+}  // namespace sondrel::app

@@ -1,0 +1,75 @@
+#include "app/OptionsSheet.h"
+
+#include <QCheckBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+#include "app/AppDelegate.h"
+#include "app/LogViewerState.h"
+
+namespace sondrel::app {
+
+const std::vector<OptionsSheet::Option>& OptionsSheet::booleanOptions() {
+    static const std::vector<Option> options = {
+        {"LogAllFiles", "Log every file, even one without problems"},
+        {"LogPriv", "Report owner and identification data (privacy)"},
+        {"LogDups", "Report duplicated items"},
+        {"SuppressTimeErrors", "Do not report malformed time stamps"},
+        {"MPEG4_MulAtoms", "MPEG-4: do not report repeated atoms"},
+        {"MPEG4_MulData", "MPEG-4: accept several data items in one atom"},
+        {"LogID3v1", "Report ID3v1 and APE tags in MP3 files"},
+        {"LogPrompt", "Ask before overwriting the log file"},
+        {"FirstTimeUsage", "Show the first-time usage note"},
+    };
+    return options;
+}
+
+OptionsSheet::OptionsSheet(AppDelegate& delegate, QWidget* parent) : QDialog(parent), delegate_(delegate) {
+    setWindowTitle("Options");
+    setWindowModality(Qt::WindowModal);
+    auto* layout = new QVBoxLayout(this);
+    for (const auto& o : booleanOptions()) {
+        auto* box = new QCheckBox(o.label, this);
+        box->setObjectName(o.key);
+        box->setToolTip(o.key);
+        connect(box, &QCheckBox::toggled, this,
+                [this, key = std::string(o.key)](bool on) { delegate_.storeBool(key, on); });
+        layout->addWidget(box);
+    }
+    auto* size = new QSpinBox(this);
+    size->setObjectName(LogViewerState::kFontSizeKey);
+    size->setRange(LogViewerState::kSmallestFontSize, 72);
+    connect(size, &QSpinBox::valueChanged, this,
+            [this](int v) { delegate_.storeInteger(LogViewerState::kFontSizeKey, v); });
+    auto* form = new QFormLayout;
+    form->addRow("Log viewer font size:", size);
+    layout->addLayout(form);
+
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Help | QDialogButtonBox::Ok, this);
+    buttons->button(QDialogButtonBox::Ok)->setText("Done");
+    connect(buttons, &QDialogButtonBox::accepted, this, &OptionsSheet::prefsDone);
+    connect(buttons, &QDialogButtonBox::helpRequested, this, [this] { delegate_.showOptionsHelp(); });
+    layout->addWidget(buttons);
+}
+
+void OptionsSheet::load() {
+    for (const auto& o : booleanOptions()) {
+        auto* box = findChild<QCheckBox*>(o.key);
+        QSignalBlocker block(box);
+        box->setChecked(delegate_.settings().boolFromKey(o.key));
+    }
+    auto* size = findChild<QSpinBox*>(LogViewerState::kFontSizeKey);
+    QSignalBlocker block(size);
+    size->setValue(int(delegate_.settings().intFromKey(LogViewerState::kFontSizeKey)));
+}
+
+void OptionsSheet::showPrefs() {
+    load();
+    open();
+}
+
+}  // namespace sondrel::app

@@ -1,0 +1,343 @@
+// The controller driven as the window would drive it, on a desktop that
+// only records what it was asked to show.
+#include "app/AppDelegate.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "tests/app/FakePlatform.h"
+#include "tests/fixtures/CheckHelpers.h"
+
+namespace sondrel::app {
+namespace {
+
+using fixtures::TempDir;
+using testing::spinUntil;
+using testing::turn;
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+class AppDelegateTest : public ::testing::Test {
+  protected:
+    AppDelegateTest() : logPath(data.path() + "/log.txt") {
+        delegate = std::make_unique<AppDelegate>(platform, config.path(), "/help/here");
+        delegate->applicationDidFinishLaunching();
+    }
+    ~AppDelegateTest() override { delegate.reset(); }
+
+    // A folder with two audio files (any content) and a text file.
+    std::string musicFolder() {
+        data.write("music/a.mp3", std::string(300, 'x'));
+        data.write("music/B.flac", std::string("not a flac file"));
+        data.write("music/notes.txt", std::string("hello"));
+        return data.path() + "/music";
+    }
+    bool storedBool(const std::string& key) { return Settings::load(config.path()).boolFromKey(key); }
+    void drop(const std::vector<std::string>& paths) {
+        ASSERT_TRUE(delegate->dropPaths(paths));
+        turn();
+    }
+    void waitForScan() {
+        ASSERT_TRUE(spinUntil([&] { return !delegate->running(); }));
+    }
+
+    TempDir config, data;
+    std::string logPath;
+    testing::FakePlatform platform;
+    std::unique_ptr<AppDelegate> delegate;
+};
+
+TEST_F(AppDelegateTest, PluralTexts) {
+    EXPECT_EQ(AppDelegate::selectionStatus(0, 0), "Drag Files or Folders to the Target");
+    EXPECT_EQ(AppDelegate::selectionStatus(1, 0), "1 folder selected");
+    EXPECT_EQ(AppDelegate::selectionStatus(3, 0), "3 folders selected");
+    EXPECT_EQ(AppDelegate::selectionStatus(0, 1), "1 file selected");
+    EXPECT_EQ(AppDelegate::selectionStatus(0, 0 + 2), "2 files selected");
+    EXPECT_EQ(AppDelegate::selectionStatus(1, 2), "1 folder and 2 files selected");
+    EXPECT_EQ(AppDelegate::selectionStatus(2, 1), "2 folders and 1 file selected");
+    EXPECT_EQ(AppDelegate::doneStatus(1, 1), "1 file scanned. 1 error logged.");
+    EXPECT_EQ(AppDelegate::doneStatus(0, 0), "0 files scanned. 0 errors logged.");
+    EXPECT_EQ(AppDelegate::doneStatus(12, 2), "12 files scanned. 2 errors logged.");
+}
+
+TEST_F(AppDelegateTest, LaunchStoresTheDefaultLogPathAndIsIdle) {
+    EXPECT_EQ(Settings::load(config.path()).stringFromKey("LogPath"), "~/Documents/Sondrel.txt");
+    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
+    EXPECT_EQ(delegate->startTitle(), "Start");
+    EXPECT_FALSE(delegate->okToStart());
+    EXPECT_FALSE(delegate->okToReset());
+    EXPECT_FALSE(delegate->running());
+}
+
+TEST_F(AppDelegateTest, DropKeepsFoldersAndAudioFilesOnly) {
+    const std::string text = data.write("notes.txt", std::string("x"));
+    const std::string before = delegate->statusText();
+    EXPECT_FALSE(delegate->dropPaths({text}));
+    EXPECT_FALSE(
+        delegate->dropPaths({data.path() + "/missing.mp3", data.write(".hidden.mp3", std::string("x"))}));
+    data.write("Player.app/inner.mp3", std::string("x"));
+    EXPECT_FALSE(delegate->dropPaths({data.path() + "/Player.app"}));
+    turn();
+    EXPECT_EQ(platform.beeps, 3);
+    EXPECT_EQ(delegate->statusText(), before);
+    EXPECT_TRUE(delegate->selection().folders.empty() && delegate->selection().files.empty());
+    EXPECT_FALSE(delegate->okToReset());
+
+    const std::string folder = musicFolder();
+    const std::string song = data.write("one/Song.MP3", std::string("x"));
+    const std::string other = data.write("two/other.opus", std::string("x"));
+    drop({folder, song, other, text});
+    EXPECT_EQ(platform.beeps, 3);
+    EXPECT_EQ(delegate->statusText(), "1 folder and 2 files selected");
+    EXPECT_TRUE(delegate->okToReset());
+    EXPECT_TRUE(delegate->okToStart());
+
+    // Drops accumulate, and a path dropped twice counts once.
+    drop({data.path() + "/one/../one", song});
+    EXPECT_EQ(delegate->statusText(), "2 folders and 2 files selected");
+
+    delegate->resetSels();
+    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
+    EXPECT_FALSE(delegate->okToReset());
+    EXPECT_FALSE(delegate->okToStart());
+}
+
+TEST_F(AppDelegateTest, StartNeedsALogPath) {
+    drop({musicFolder()});
+    EXPECT_TRUE(delegate->okToStart());
+    delegate->setLogPathText("");
+    EXPECT_FALSE(delegate->okToStart());
+    delegate->startCancelHit();
+    EXPECT_TRUE(platform.alerts.empty());
+    EXPECT_FALSE(delegate->running());
+}
+
+TEST_F(AppDelegateTest, OverwriteQuestionAndItsSuppression) {
+    delegate->setLogPathText(logPath);  // typed, not chosen: the question is asked
+    drop({musicFolder()});
+    delegate->startCancelHit();
+    ASSERT_EQ(platform.alerts.size(), 1u);
+    const AlertRequest& r = platform.alerts[0].request;
+    EXPECT_EQ(r.title, "File Exists");
+    EXPECT_EQ(r.text, "The log file exists.  If you continue the file will be overwritten.");
+    EXPECT_EQ(r.buttons, (std::vector<std::string>{"Continue", "Cancel"}));
+    EXPECT_EQ(r.suppressionTitle, "Do not ask again");
+    EXPECT_EQ(r.style, AlertRequest::Style::Warning);
+    EXPECT_EQ(platform.beeps, 1);
+    // Asking changes nothing.
+    EXPECT_EQ(delegate->startTitle(), "Start");
+    EXPECT_TRUE(delegate->okToStart());
+
+    // Cancel ignores a ticked box.
+    platform.answer(kAlertFirstButtonReturn + 1, true);
+    turn();
+    EXPECT_FALSE(delegate->running());
+    EXPECT_TRUE(storedBool("LogPrompt"));
+
+    delegate->startCancelHit();
+    ASSERT_EQ(platform.alerts.size(), 1u);
+    platform.answer(kAlertFirstButtonReturn, true);
+    EXPECT_FALSE(storedBool("LogPrompt"));
+    EXPECT_TRUE(delegate->logPathChosen());
+    turn();
+    EXPECT_TRUE(delegate->running());
+    waitForScan();
+
+    // Never asked again, although the confirmation ended with the scan.
+    EXPECT_FALSE(delegate->logPathChosen());
+    drop({musicFolder()});
+    delegate->startCancelHit();
+    EXPECT_TRUE(platform.alerts.empty());
+    EXPECT_TRUE(delegate->running());
+    waitForScan();
+}
+
+TEST_F(AppDelegateTest, ChoosingThePathConfirmsItForOneScan) {
+    platform.savePanelAnswer = logPath;
+    delegate->promptForPath();
+    EXPECT_EQ(platform.savePanelTitles, std::vector<std::string>{"Log File Destination"});
+    EXPECT_EQ(delegate->logPathSetting(), logPath);
+    drop({musicFolder()});
+    delegate->startCancelHit();
+    EXPECT_TRUE(platform.alerts.empty());
+    waitForScan();
+    // The next scan asks again (even though the file now exists or not: always).
+    drop({musicFolder()});
+    delegate->startCancelHit();
+    EXPECT_EQ(platform.alerts.size(), 1u);
+    EXPECT_FALSE(delegate->running());
+}
+
+TEST_F(AppDelegateTest, ScanRunsToDoneAndClearsTheSelection) {
+    platform.savePanelAnswer = logPath;
+    delegate->promptForPath();
+    EXPECT_FALSE(delegate->okToViewLog());  // no log file yet
+    const std::string folder = musicFolder();
+    drop({folder});
+    delegate->startCancelHit();
+
+    // Running: Cancel enabled, View Log and Reset disabled, quitting refused.
+    EXPECT_TRUE(delegate->running());
+    EXPECT_EQ(delegate->startTitle(), "Cancel");
+    EXPECT_TRUE(delegate->okToStart());
+    EXPECT_FALSE(delegate->okToViewLog());
+    EXPECT_FALSE(delegate->okToReset());
+    EXPECT_FALSE(delegate->applicationShouldTerminate());
+    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
+    delegate->resetSels();  // ignored while running
+    EXPECT_EQ(delegate->selection().folders.size(), 1u);
+
+    std::vector<std::string> statuses;
+    QObject::connect(delegate.get(), &AppDelegate::stateChanged,
+                     [&] { statuses.push_back(delegate->statusText()); });
+    waitForScan();
+
+    const std::string log = readFile(logPath);
+    ASSERT_EQ(log.rfind("Sondrel Version ", 0), 0u) << log;
+    uint64_t problems = 0;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("    ", 0) == 0) ++problems;
+    EXPECT_EQ(delegate->statusText(), AppDelegate::doneStatus(2, problems));
+    EXPECT_NE(std::find(statuses.begin(), statuses.end(), "Examining folder " + folder), statuses.end());
+
+    // Idle after the scan.
+    EXPECT_EQ(delegate->startTitle(), "Start");
+    EXPECT_FALSE(delegate->okToStart());
+    EXPECT_FALSE(delegate->okToReset());
+    EXPECT_TRUE(delegate->okToViewLog());
+    EXPECT_TRUE(delegate->selection().folders.empty() && delegate->selection().files.empty());
+    EXPECT_TRUE(delegate->applicationShouldTerminate());
+
+    delegate->viewLog();
+    ASSERT_EQ(platform.logs.size(), 1u);
+    EXPECT_EQ(platform.logs[0], log);
+}
+
+TEST_F(AppDelegateTest, CancelDisablesTheButtonUntilTheScanStops) {
+    platform.savePanelAnswer = logPath;
+    delegate->promptForPath();
+    drop({musicFolder()});
+    delegate->startCancelHit();
+    // The scan waits for its first "Examining folder" status, which the event
+    // loop has not shown yet, so it cannot have ended.
+    delegate->startCancelHit();
+    EXPECT_TRUE(delegate->running());
+    EXPECT_FALSE(delegate->okToStart());
+    EXPECT_EQ(delegate->startTitle(), "Cancel");
+    delegate->startCancelHit();  // a disabled button does nothing
+    EXPECT_FALSE(delegate->okToStart());
+    EXPECT_FALSE(delegate->applicationShouldTerminate());
+    waitForScan();
+    EXPECT_EQ(delegate->statusText(), "Cancelled");
+    EXPECT_EQ(delegate->startTitle(), "Start");
+    // Nothing was analysed: the log holds its first line only.
+    const std::string log = readFile(logPath);
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+}
+
+TEST_F(AppDelegateTest, LogOpeningFailureLeavesTheControllerIdle) {
+    const std::string folder = musicFolder();
+    platform.savePanelAnswer = folder;  // a folder is no log file
+    delegate->promptForPath();
+    EXPECT_FALSE(delegate->okToViewLog());
+    drop({folder});
+    delegate->startCancelHit();
+    ASSERT_EQ(platform.alerts.size(), 1u);
+    EXPECT_EQ(platform.alerts[0].request.title, "Invalid Log File");
+    EXPECT_EQ(platform.alerts[0].request.text, "The specified log file is a folder");
+    EXPECT_EQ(platform.beeps, 1);
+    EXPECT_FALSE(delegate->running());
+    EXPECT_EQ(delegate->startTitle(), "Start");
+    EXPECT_TRUE(delegate->okToStart());
+}
+
+TEST_F(AppDelegateTest, ViewLogReadsUtf8OrLatin1) {
+    platform.savePanelAnswer = logPath;
+    delegate->promptForPath();
+    std::ofstream(logPath, std::ios::binary) << "caf\xe9\n";  // not UTF-8
+    delegate->viewLog();
+    std::ofstream(logPath, std::ios::binary) << "caf\xc3\xa9\n";
+    delegate->viewLog();
+    EXPECT_EQ(platform.logs, (std::vector<std::string>{"caf\xc3\xa9\n", "caf\xc3\xa9\n"}));
+}
+
+TEST_F(AppDelegateTest, LogViewerMenuEnabling) {
+    platform.savePanelAnswer = logPath;
+    delegate->promptForPath();
+    const int other = 0;
+    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));  // no log yet
+    std::ofstream(logPath) << "x\n";
+    delegate->promptForPath();
+    EXPECT_TRUE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
+    EXPECT_FALSE(delegate->menuItemEnabled(other));
+    delegate->setLogViewerRunning(true);
+    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
+    EXPECT_TRUE(delegate->menuItemEnabled(other));
+}
+
+TEST_F(AppDelegateTest, FirstTimeUsageAndResetWarnings) {
+    delegate->windowDidBecomeMain();
+    ASSERT_EQ(platform.alerts.size(), 1u);
+    const AlertRequest& r = platform.alerts[0].request;
+    EXPECT_EQ(r.title, "First Time Usage");
+    EXPECT_EQ(r.text.substr(0, 46), "Choose a name and location for the log file.\n\n");
+    EXPECT_EQ(r.suppressionTitle, "Do not show this again");
+    EXPECT_EQ(r.style, AlertRequest::Style::Informational);
+    platform.answer(kAlertFirstButtonReturn, true);
+    EXPECT_FALSE(storedBool("FirstTimeUsage"));
+    delegate->windowDidBecomeMain();  // once per run
+    EXPECT_TRUE(platform.alerts.empty());
+
+    delegate->storeBool("LogPrompt", false);
+    delegate->resetWarnings();
+    EXPECT_TRUE(storedBool("FirstTimeUsage"));
+    EXPECT_TRUE(storedBool("LogPrompt"));
+}
+
+TEST_F(AppDelegateTest, HelpPagesOpenAsFileUrls) {
+    delegate->showMainHelp();
+    delegate->showOptionsHelp();
+    delegate->releaseNotes();
+    EXPECT_EQ(platform.urls, (std::vector<std::string>{"file:///help/here/SondrelHelp.html",
+                                                       "file:///help/here/Options.html",
+                                                       "file:///help/here/ReleaseNotes.html"}));
+}
+
+TEST_F(AppDelegateTest, ActivityIsGatedOnTheToolkitVersion) {
+    platform.version = 1187;
+    delegate->setActivityMask(1);
+    EXPECT_EQ(delegate->activityMask(), 0u);
+    EXPECT_EQ(platform.activitiesBegun, 0);
+    platform.version = 1188;
+    delegate->setActivityMask(4);
+    delegate->setActivityMask(1);
+    EXPECT_EQ(platform.activitiesBegun, 1);
+    delegate->clrActivityMask(4);
+    EXPECT_EQ(platform.activitiesEnded, 0);
+    delegate->clrActivityMask(1);
+    EXPECT_EQ(platform.activitiesEnded, 1);
+    // A scan passes 0: it holds no activity.
+    platform.savePanelAnswer = logPath;
+    delegate->promptForPath();
+    drop({musicFolder()});
+    delegate->startCancelHit();
+    EXPECT_EQ(platform.activitiesBegun, 1);
+    waitForScan();
+}
+
+TEST(AppDelegateStatic, VersionStringNamesTheArchitecture) {
+    const std::string v = AppDelegate::versionString();
+    EXPECT_EQ(v.rfind("Version ", 0), 0u);
+    EXPECT_TRUE(v.ends_with(AppDelegate::isArm64() ? "[ARM64]" : "[x64]")) << v;
+}
+
+}  // namespace
+}  // namespace sondrel::app

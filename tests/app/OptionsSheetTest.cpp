@@ -1,0 +1,59 @@
+// The options sheet edits every switch of the shipped defaults and stores each
+// change where the command line reads it.
+#include "app/OptionsSheet.h"
+
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QSpinBox>
+
+#include <set>
+#include <sstream>
+
+#include "app/AppDelegate.h"
+#include "core/BuildInfo.h"
+#include "tests/app/FakePlatform.h"
+#include "tests/fixtures/CheckHelpers.h"
+
+namespace sondrel::app {
+namespace {
+
+TEST(OptionsSheet, EveryShippedSwitchIsEditableAndStored) {
+    fixtures::TempDir config;
+    testing::FakePlatform platform;
+    AppDelegate delegate(platform, config.path(), "");
+    QWidget window;
+    OptionsSheet sheet(delegate, &window);
+
+    // Every true/false value of the defaults resource has its check box.
+    std::set<std::string> shipped, offered;
+    std::istringstream in(build::kUserDefaults);
+    for (std::string line; std::getline(in, line);) {
+        auto eq = line.find('=');
+        if (line.empty() || line[0] == '#' || eq == std::string::npos) continue;
+        const std::string value = line.substr(eq + 1);
+        if (value == "true" || value == "false") shipped.insert(line.substr(0, eq));
+    }
+    for (const auto& o : OptionsSheet::booleanOptions()) offered.insert(o.key);
+    EXPECT_EQ(shipped, offered);
+
+    sheet.showPrefs();
+    for (const auto& o : OptionsSheet::booleanOptions()) {
+        auto* box = sheet.findChild<QCheckBox*>(o.key);
+        ASSERT_NE(box, nullptr) << o.key;
+        const bool before = Settings::load(config.path()).boolFromKey(o.key);
+        EXPECT_EQ(box->isChecked(), before) << o.key;
+        box->click();
+        EXPECT_EQ(Settings::load(config.path()).boolFromKey(o.key), !before) << o.key;
+    }
+    auto* size = sheet.findChild<QSpinBox*>("LogFixedFontSize");
+    ASSERT_NE(size, nullptr);
+    EXPECT_EQ(size->value(), 12);
+    size->setValue(15);
+    EXPECT_EQ(Settings::load(config.path()).intFromKey("LogFixedFontSize"), 15);
+    sheet.prefsDone();
+    EXPECT_FALSE(sheet.isVisible());
+}
+
+}  // namespace
+}  // namespace sondrel::app

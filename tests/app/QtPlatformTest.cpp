@@ -1,0 +1,77 @@
+// The widget side: alerts as window-modal message boxes with their check box,
+// and the file names of a drop reaching the controller.
+#include "app/QtPlatform.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QUrl>
+
+#include "app/AppDelegate.h"
+#include "app/ImageView.h"
+#include "tests/app/FakePlatform.h"
+#include "tests/fixtures/CheckHelpers.h"
+
+namespace sondrel::app {
+namespace {
+
+QMessageBox* openMessageBox() {
+    for (QWidget* w : QApplication::topLevelWidgets())
+        if (auto* box = qobject_cast<QMessageBox*>(w); box && box->isVisible()) return box;
+    return nullptr;
+}
+
+TEST(QtPlatform, AlertIsAWindowModalSheetWithItsCheckBox) {
+    QWidget window;
+    window.show();
+    QtPlatform platform;
+    platform.setWindow(&window);
+    int code = 0;
+    bool suppressed = false;
+    platform.showAlert(
+        {"File Exists", "The text", {"Continue", "Cancel"}, AlertRequest::Style::Warning, "Do not ask again"},
+        [&](int c, bool s) { code = c, suppressed = s; });
+    QMessageBox* box = openMessageBox();
+    ASSERT_NE(box, nullptr);
+    EXPECT_EQ(box->windowModality(), Qt::WindowModal);
+    EXPECT_EQ(box->parentWidget(), &window);
+    EXPECT_EQ(box->informativeText(), "The text");
+    EXPECT_EQ(box->icon(), QMessageBox::Warning);
+    ASSERT_NE(box->checkBox(), nullptr);
+    EXPECT_EQ(box->checkBox()->text(), "Do not ask again");
+    QPushButton* cancel = nullptr;
+    for (QAbstractButton* b : box->buttons())
+        if (b->text() == "Cancel") cancel = static_cast<QPushButton*>(b);
+    ASSERT_NE(cancel, nullptr);
+    EXPECT_EQ(box->defaultButton()->text(), "Continue");
+    box->checkBox()->setChecked(true);
+    cancel->click();
+    testing::turn();
+    EXPECT_EQ(code, kAlertFirstButtonReturn + 1);
+    EXPECT_TRUE(suppressed);
+}
+
+TEST(ImageView, DropHandsTheLocalFileNamesToTheController) {
+    fixtures::TempDir config, data;
+    testing::FakePlatform platform;
+    AppDelegate delegate(platform, config.path(), "");
+    delegate.applicationDidFinishLaunching();
+    ImageView target(delegate);
+    auto dropUrls = [&](const QList<QUrl>& urls) {
+        bool accepted = target.dropUrls(urls);
+        testing::turn();
+        return accepted;
+    };
+    EXPECT_FALSE(
+        dropUrls({QUrl::fromLocalFile(QString::fromStdString(data.write("a.txt", std::string("x"))))}));
+    EXPECT_EQ(platform.beeps, 1);
+    EXPECT_TRUE(dropUrls({QUrl::fromLocalFile(QString::fromStdString(data.write("a.wv", std::string("x")))),
+                          QUrl("https://example.org/b.mp3")}));
+    EXPECT_EQ(delegate.statusText(), "1 file selected");
+}
+
+}  // namespace
+}  // namespace sondrel::app
