@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <limits>
 
+#include "core/Printf.h"
+
 namespace sondrel {
 
 namespace {
@@ -40,23 +42,6 @@ constexpr uint64_t kHeaderSize = 12;      // "FORM", size, form type
 constexpr uint64_t kChunkHeaderSize = 8;  // identifier, 32-bit size
 constexpr uint64_t kCommFieldsSize = 18;  // channels, frames, sample size, 80-bit rate
 constexpr uint64_t kSampleRateIndex = 8;  // of the rate within the COMM fields
-
-__attribute__((format(printf, 1, 2))) std::string formatted(const char* format, ...) {
-    char text[256];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
-    va_end(args);
-    return text;
-}
-
-// Truncates towards zero; a value that no unsigned 64-bit number can hold
-// (negative, NaN, too large) saturates instead of being undefined.
-uint64_t truncatedUnsigned(double v) {
-    if (!(v > 0)) return 0;
-    if (v >= 18446744073709551616.0) return std::numeric_limits<uint64_t>::max();
-    return uint64_t(v);
-}
 
 }  // namespace
 
@@ -108,7 +93,7 @@ bool AiffTag::spanFile() {
     const uint64_t evenFormSize = globalChunkSize + (globalChunkSize & 1);
     const uint64_t declaredEnd = kChunkHeaderSize + evenFormSize;
     if (declaredEnd != fileSize && declaredEnd != fileSize - 1)
-        theTag->logError(kContainer, 0, formatted(kFormSizeMismatch, evenFormSize, fileSize - 8));
+        theTag->logError(kContainer, 0, stringWithFormat(kFormSizeMismatch, evenFormSize, fileSize - 8));
     const uint32_t formType = uint32_t(get4b(8));
     if (formType != kAIFF && formType != kAIFC) {
         theTag->logError(kFatal, 0, kInvalidFormType);
@@ -159,15 +144,16 @@ bool AiffTag::spanFile() {
                 --size;
                 theTag->logError(kContainer, offset, kID3OneByteShort);
             } else if (!soundSeen && id != kSSND) {
-                theTag->logError(kFatal, offset, formatted(kChunkOverflows, size, chunkEnd, effectiveSize));
+                theTag->logError(kFatal, offset,
+                                 stringWithFormat(kChunkOverflows, size, chunkEnd, effectiveSize));
                 return false;
             } else {
                 // Called recoverable because the sound data is there, but the
                 // walk cannot go past a chunk whose end is unknown.
                 calculatedSize = offset;
                 theTag->logError(kContainer, offset,
-                                 formatted(kChunkOverflowsRecoverable, id == kSSND ? "Audio c" : "C", size,
-                                           chunkEnd, effectiveSize));
+                                 stringWithFormat(kChunkOverflowsRecoverable, id == kSSND ? "Audio c" : "C",
+                                                  size, chunkEnd, effectiveSize));
                 return false;
             }
 
@@ -237,18 +223,8 @@ bool AiffTag::decodeID3(uint64_t offset, uint64_t size) {
     unadjustedSize = size;
     ID3EndOffset = offset + kChunkHeaderSize + InPlaceSize;
 
-    // The tag starts right after the chunk header. A header that fails
-    // without a message (no tag there) still lets the walk go on.
-    const size_t before = theTag->errorCount();
-    tag1 = std::make_unique<ID3TagHeader>(offset + kChunkHeaderSize);
-    if (!readID3Header(*tag1)) {
-        tag1.reset();
-        if (theTag->errorCount() != before) return false;
-    }
-    haveValidTag = true;
-    tagEndOffset = unsynchronizedAll ? totalTagSize : (tag1 ? tag1->tagEndOffset : 0);
-    getFrames();
-    return true;
+    // The tag starts right after the chunk header.
+    return readEmbeddedTag(offset + kChunkHeaderSize);
 }
 
 }  // namespace sondrel

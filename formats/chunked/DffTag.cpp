@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/LogError.h"
+#include "core/Printf.h"
 
 namespace sondrel {
 
@@ -70,16 +71,6 @@ uint64_t roundedUp(uint64_t size) {
     return size == UINT64_MAX ? size : size + (size & 1);
 }
 
-template <typename... Args>
-std::string formatted(const char* format, Args... args) {
-    int n = std::snprintf(nullptr, 0, format, args...);
-    if (n <= 0) return {};
-    std::string out(size_t(n) + 1, '\0');
-    std::snprintf(out.data(), out.size(), format, args...);
-    out.resize(size_t(n));
-    return out;
-}
-
 }  // namespace
 
 DffTag::DffTag(const std::string& path, Tag& tag) : ID3Base(path, tag) {
@@ -114,7 +105,7 @@ bool DffTag::spanFile() {
     // checked before the signature.
     const uint64_t frm8Size = be64(start + 4);
     if (frm8Size + 12 != fileSize && frm8Size + 12 != fileSize - 1) {
-        theTag->logError(kContainer, 0, formatted(kSizeMismatch, frm8Size, fileSize - 12));
+        theTag->logError(kContainer, 0, stringWithFormat(kSizeMismatch, frm8Size, fileSize - 12));
     }
     if (be32(start) != kFRM8 || be32(start + 12) != kDSD) {
         theTag->logError(kFatal, 0, kInvalidSignature);
@@ -156,7 +147,7 @@ bool DffTag::spanFile() {
         ChunkRegion& region = chunkTree->addSubchunk(foffset, size, identifier);
         if (size > fileSize - foffset - kChunkHeaderSize) {
             theTag->logError(kFatal, foffset,
-                             formatted(kChunkOverflows, size, foffset + size + 12, fileSize));
+                             stringWithFormat(kChunkOverflows, size, foffset + size + 12, fileSize));
             return false;
         }
         const uint64_t padded = roundedUp(size);
@@ -264,7 +255,7 @@ bool DffTag::walkProperties(uint64_t propSize, uint32_t& compression) {
                 }
                 const uint64_t channels = be16(data);
                 if (channels < 1 || channels > 6) {
-                    theTag->logError(kFatal, propertyOffset, formatted(kInvalidChannels, channels));
+                    theTag->logError(kFatal, propertyOffset, stringWithFormat(kInvalidChannels, channels));
                     return false;
                 }
                 frameChannelmode = kChannelMode[channels];
@@ -318,18 +309,8 @@ bool DffTag::walkProperties(uint64_t propSize, uint32_t& compression) {
 }
 
 bool DffTag::decodeID3(uint64_t offset) {
-    const size_t before = theTag->errorCount();
-    // The tag starts right after the 12-byte chunk header.
-    tag1 = std::make_unique<ID3TagHeader>(offset + kChunkHeaderSize);
-    if (!readID3Header(*tag1)) {
-        tag1.reset();
-        if (theTag->errorCount() != before) return false;
-        // Nothing was logged: go on without a header, as the reader allows.
-    }
-    haveValidTag = true;
-    tagEndOffset = unsynchronizedAll ? totalTagSize : (tag1 ? tag1->tagEndOffset : 0);
-    getFrames();
-    return true;
+    // The tag starts right after the chunk header.
+    return readEmbeddedTag(offset + kChunkHeaderSize);
 }
 
 }  // namespace sondrel

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <limits>
 
+#include "core/Printf.h"
+
 namespace sondrel {
 
 namespace {
@@ -53,22 +55,6 @@ constexpr uint64_t kMinFmtSize = 52;
 constexpr uint64_t kDataHeaderTail = 12;
 constexpr uint64_t kID3HeaderSize = 10;
 
-__attribute__((format(printf, 1, 2))) std::string formatted(const char* format, ...) {
-    char text[256];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
-    va_end(args);
-    return text;
-}
-
-// Truncates towards zero, saturating where an unsigned 64-bit number cannot hold the value.
-uint64_t truncatedUnsigned(double v) {
-    if (!(v > 0)) return 0;
-    if (v >= 18446744073709551616.0) return std::numeric_limits<uint64_t>::max();
-    return uint64_t(v);
-}
-
 uint64_t saturatingAdd(uint64_t a, uint64_t b) {
     return b > std::numeric_limits<uint64_t>::max() - a ? std::numeric_limits<uint64_t>::max() : a + b;
 }
@@ -116,7 +102,7 @@ bool DsfTag::spanFile() {
     }
     const uint64_t declaredFileSize = get64bitLE(kTotalSizeIndex);
     if (declaredFileSize != fileSize)
-        theTag->logError(kContainer, 0, formatted(kFileSizeMismatch, declaredFileSize, fileSize));
+        theTag->logError(kContainer, 0, stringWithFormat(kFileSizeMismatch, declaredFileSize, fileSize));
     tagOffset = get64bitLE(kMetadataPointerIndex);
     if (tagOffset > fileSize) theTag->logError(kFatal, 0, kTagPastEnd);
     haveTag = tagOffset != 0;

@@ -5,6 +5,7 @@
 
 #include "core/Bytes.h"
 #include "core/LogError.h"
+#include "core/Printf.h"
 
 namespace sondrel {
 
@@ -49,16 +50,6 @@ constexpr uint32_t kRF64Extended = 0xFFFFFFFF;
 constexpr uint64_t kHeaderSize = 12;
 constexpr uint64_t kChunkHeaderSize = 8;
 
-template <typename... Args>
-std::string formatted(const char* format, Args... args) {
-    int n = std::snprintf(nullptr, 0, format, args...);
-    if (n <= 0) return {};
-    std::string out(size_t(n) + 1, '\0');
-    std::snprintf(out.data(), out.size(), format, args...);
-    out.resize(size_t(n));
-    return out;
-}
-
 }  // namespace
 
 WavTag::WavTag(const std::string& path, Tag& tag) : ID3Base(path, tag) {
@@ -101,9 +92,9 @@ void WavTag::logUnrecoverableChunk(uint64_t offset, uint64_t size, uint32_t iden
     uint64_t end = offset + kChunkHeaderSize + size;
     theTag->logError(
         kFatal, offset,
-        formatted(kUnrecoverableChunk, offset, size, end, fileSize, unsigned(identifier >> 24),
-                  unsigned((identifier >> 16) & 0xFF), unsigned((identifier >> 8) & 0xFF),
-                  unsigned(identifier & 0xFF), dataSeen ? "" : " -data", fmtSeen ? "" : " -fmt"));
+        stringWithFormat(kUnrecoverableChunk, offset, size, end, fileSize, unsigned(identifier >> 24),
+                         unsigned((identifier >> 16) & 0xFF), unsigned((identifier >> 8) & 0xFF),
+                         unsigned(identifier & 0xFF), dataSeen ? "" : " -data", fmtSeen ? "" : " -fmt"));
 }
 
 bool WavTag::spanFile() {
@@ -239,7 +230,7 @@ bool WavTag::spanFile() {
     if (isRF64 && riffSize == kRF64Extended) declared = rf64_riff_size;
     if (declared + 8 != fileSize && declared + 8 != fileSize - 1) {
         theTag->logError(kContainer, 0,
-                         formatted(kSizeMismatch, isRF64 ? "RF64" : "RIFF", declared, fileSize - 8));
+                         stringWithFormat(kSizeMismatch, isRF64 ? "RF64" : "RIFF", declared, fileSize - 8));
     }
 
     if (ID3Count == 0) return true;
@@ -310,18 +301,8 @@ bool WavTag::processFormatChunkAtOffset(uint64_t offset, uint64_t size) {
 }
 
 bool WavTag::decodeID3(uint64_t offset) {
-    const size_t before = theTag->errorCount();
     // The tag starts right after the chunk header.
-    tag1 = std::make_unique<ID3TagHeader>(offset + kChunkHeaderSize);
-    if (!readID3Header(*tag1)) {
-        tag1.reset();
-        if (theTag->errorCount() != before) return false;
-        // Nothing was logged: go on without a header, as the reader allows.
-    }
-    haveValidTag = true;
-    tagEndOffset = unsynchronizedAll ? totalTagSize : (tag1 ? tag1->tagEndOffset : 0);
-    getFrames();
-    return true;
+    return readEmbeddedTag(offset + kChunkHeaderSize);
 }
 
 }  // namespace sondrel

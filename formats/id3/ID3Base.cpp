@@ -80,6 +80,20 @@ bool ID3Base::closeTheFile() {
     return ok;
 }
 
+bool ID3Base::readEmbeddedTag(uint64_t tagOffset, bool isFooter) {
+    const size_t before = theTag->errorCount();
+    tag1 = std::make_unique<ID3TagHeader>(tagOffset);
+    tag1->isFooter = isFooter;
+    if (!readID3Header(*tag1)) {
+        tag1.reset();
+        if (theTag->errorCount() != before) return false;
+    }
+    haveValidTag = true;
+    tagEndOffset = unsynchronizedAll ? totalTagSize : (tag1 ? tag1->tagEndOffset : 0);
+    getFrames();
+    return true;
+}
+
 bool ID3Base::flacEntryHandle(FileHandle& handle, uint64_t size, Tag& tag, uint64_t& base, uint64_t& length) {
     tag1 = std::make_unique<ID3TagHeader>(0);
     fileHandle = &handle;

@@ -28,7 +28,7 @@ namespace sondrel {
 class ID3Frame;
 
 class ID3Base : public Checker {
-public:
+  public:
     // A base for a subclass's check of the file at `path`; no file is opened yet.
     ID3Base(const std::string& path, Tag& tag);
     // A reader with no file of its own, for flacEntryHandle().
@@ -47,7 +47,7 @@ public:
     bool getHasID3V1Tag() const { return hasID3V1Tag; }
     const std::vector<std::unique_ptr<ID3Frame>>& getFrameList() const { return frames; }
 
-protected:
+  protected:
     // Opens the file through the record; "Invalid file size" (Fatal, 0) when
     // it is not larger than 10 bytes. False when the check cannot go on.
     bool setupFileForReading();
@@ -55,6 +55,12 @@ protected:
     bool closeTheFile();
     bool readID3Header(ID3TagHeader& h);
     bool getFrames();
+    // The calling protocol for a tag embedded at `tagOffset` (the first byte
+    // of "ID3" inside a container chunk): read the header; a refusal that
+    // logged something gives up the tag (false); a silent one walks on
+    // without a header; then the frames are walked and stored.
+    // With `isFooter` the tag is found through a v2.4 footer at `tagOffset`.
+    bool readEmbeddedTag(uint64_t tagOffset, bool isFooter = false);
 
     // Big-endian readers on `bytes`, bounded by validateEndOfs (0 when out of range).
     uint64_t get16(uint64_t pos) const;
@@ -71,15 +77,15 @@ protected:
     uint64_t textFrameEncoding = 0;
     Bytes newdata;
     Tag* theTag = nullptr;
-    FileHandle* fileHandle = nullptr;             // the open file (owned or borrowed)
-    std::unique_ptr<FileHandle> ownedHandle;      // set when this checker opened the file
+    FileHandle* fileHandle = nullptr;         // the open file (owned or borrowed)
+    std::unique_ptr<FileHandle> ownedHandle;  // set when this checker opened the file
     uint64_t fileSize = 0;
     std::string theFile;
     std::unique_ptr<ID3TagHeader> tag1;
     uint64_t tagEndOffset = 0;
     uint64_t version = 0, revision = 0, flags = 0;
-    const uint8_t* bytes = nullptr;               // the buffer all byte readers index
-    Bytes buffer;                                 // owns what `bytes` points into
+    const uint8_t* bytes = nullptr;  // the buffer all byte readers index
+    Bytes buffer;                    // owns what `bytes` points into
     uint64_t paddingSize = 0;
     std::vector<std::unique_ptr<ID3Frame>> frames;
     uint64_t tagSize = 0;

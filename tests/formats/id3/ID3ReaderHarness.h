@@ -24,17 +24,7 @@ class TagReader : public ID3Base {
     bool read(FileHandle& handle, uint64_t size, uint64_t offset, bool footer) {
         fileHandle = &handle;
         fileSize = size;
-        tag1 = std::make_unique<ID3TagHeader>(offset);
-        tag1->isFooter = footer;
-        const size_t before = theTag->errorCount();
-        if (!readID3Header(*tag1)) {
-            tag1.reset();
-            if (theTag->errorCount() != before) return false;
-        }
-        haveValidTag = true;
-        tagEndOffset = unsynchronizedAll ? totalTagSize : (tag1 ? tag1->tagEndOffset : 0);
-        getFrames();
-        return true;
+        return readEmbeddedTag(offset, footer);
     }
     // Walks again with no header and an end chosen by the caller (the WAV
     // case where a refused tag leaves only the reader's buffer).
