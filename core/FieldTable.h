@@ -15,10 +15,10 @@ struct FieldRow {
     uint32_t reserved;
 };
 
-inline constexpr int64_t kFieldCount = 221;        // rows 0..220
-inline constexpr int64_t kTerminatorRow = 221;     // no key; nothing is stored under it
-inline constexpr int64_t kLastSingleField = 89;    // rows 0..89 hold one value
-inline constexpr int64_t kFirstListField = 206;    // rows 206..220 hold entries
+inline constexpr int64_t kFieldCount = 221;      // rows 0..220
+inline constexpr int64_t kTerminatorRow = 221;   // no key; nothing is stored under it
+inline constexpr int64_t kLastSingleField = 89;  // rows 0..89 hold one value
+inline constexpr int64_t kFirstListField = 206;  // rows 206..220 hold entries
 
 extern const std::array<FieldRow, 222> kFieldTable;
 

@@ -11,11 +11,11 @@ class Tag;
 class TagItem;
 
 class FieldValidator {
-public:
+  public:
     explicit FieldValidator(Tag& tag) : tag_(tag) {}
     void validateFields(bool fromMPEG4);
 
-private:
+  private:
     Tag& tag_;
 };
 

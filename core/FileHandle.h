@@ -15,7 +15,7 @@
 namespace sondrel {
 
 class FileHandle {
-public:
+  public:
     static constexpr uint64_t kNotFound = ~uint64_t(0);
 
     // Opens a regular file read-only. Anything else (a FIFO, a socket, a
@@ -58,7 +58,7 @@ public:
     uint64_t spanForMarker(const uint8_t* marker, uint64_t markerLength, uint64_t startOffset,
                            uint64_t stopOffset);
 
-private:
+  private:
     FileHandle() = default;
     int fd_ = -1;
     bool ownsFd_ = false;

@@ -34,7 +34,7 @@ std::string getNowTimeFormat();
 std::optional<std::string> modificationDate(const std::string& path);
 
 class LogWriter {
-public:
+  public:
     // Called (on the scan thread) when a write fails; waits until the alert is dismissed.
     using AlertSink = std::function<void(const Alert&)>;
 
@@ -60,7 +60,7 @@ public:
     // The program's name, version and build for the first line.
     static std::string firstLine(const std::string& startTime);
 
-private:
+  private:
     bool fail();
     AlertSink threadedAlert_;
     std::unique_ptr<FileHandle> handle_;

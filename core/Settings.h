@@ -14,7 +14,7 @@
 namespace sondrel {
 
 class Settings {
-public:
+  public:
     // Registered defaults only (no file).
     Settings();
     // Registered defaults, then the values stored in `configFolder` (or the
@@ -52,7 +52,7 @@ public:
     static bool parseBool(const std::string& text, bool& out);
     static std::string expandTilde(const std::string& path);
 
-private:
+  private:
     std::optional<std::string> raw(const std::string& key) const;
     std::map<std::string, std::string> defaults_;
     std::map<std::string, std::string> stored_;

@@ -23,12 +23,12 @@ class Settings;
 
 // Base of every format checker; the record keeps the checker that analysed it.
 class Checker {
-public:
+  public:
     virtual ~Checker() = default;
 };
 
 class Tag {
-public:
+  public:
     // Analyses the file at `path` (the whole analysis runs inside).
     Tag(std::string path, const Settings& settings);
     // Analyses `contents` as if it were the file at `path` (no file system
@@ -80,7 +80,7 @@ public:
     // A message for undecodable or mislabelled artwork, or nullopt.
     std::optional<std::string> validateImage(const uint8_t* bytes, size_t length, std::string_view mimeType);
 
-private:
+  private:
     void getTheTag();
     void recordDateAndPrivacy();
 

@@ -10,14 +10,18 @@
 namespace sondrel {
 
 class TagItem {
-public:
+  public:
     TagItem() = default;
     TagItem(int64_t tagIndex, uint32_t header, std::optional<std::string> value, uint64_t offset)
         : tagIndex(tagIndex), fourCC(header), value(std::move(value)), offset(offset) {}
-    TagItem(int64_t tagIndex, uint32_t header, std::optional<std::string> value, std::optional<std::string> desc,
-            std::optional<std::string> lang, uint64_t offset)
-        : tagIndex(tagIndex), fourCC(header), value(std::move(value)), lang(std::move(lang)),
-          desc(std::move(desc)), offset(offset) {}
+    TagItem(int64_t tagIndex, uint32_t header, std::optional<std::string> value,
+            std::optional<std::string> desc, std::optional<std::string> lang, uint64_t offset)
+        : tagIndex(tagIndex),
+          fourCC(header),
+          value(std::move(value)),
+          lang(std::move(lang)),
+          desc(std::move(desc)),
+          offset(offset) {}
 
     void bumpCount() { ++count; }
     void addChild(TagItem child) {

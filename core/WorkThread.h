@@ -35,7 +35,7 @@ struct ScanCallbacks {
 };
 
 class WorkThread {
-public:
+  public:
     WorkThread(Selection selection, Settings settings, LogWriter& log, ScanCallbacks callbacks,
                unsigned jobs = 1);
 
@@ -57,7 +57,7 @@ public:
     void spanFiles();
     void go();
 
-private:
+  private:
     void goSequential(const std::vector<std::string>& paths, bool logAllFiles);
     void goParallel(const std::vector<std::string>& paths);
     void status(const std::string& text, bool wait);

@@ -1,0 +1,234 @@
+// sondrel: checks audio files for structural damage and metadata problems and
+// writes every problem to a log file.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/CliStatus.h"
+#include "core/BuildInfo.h"
+#include "core/FormatTable.h"
+#include "core/LogWriter.h"
+#include "core/PathPredicates.h"
+#include "core/Settings.h"
+#include "core/Text.h"
+#include "core/WorkThread.h"
+
+using namespace sondrel;
+
+namespace {
+
+enum Exit { kClean = 0, kProblems = 1, kCannotRun = 2, kCancelled = 130 };
+
+std::atomic<bool> gEarlyCancel{false};
+
+void onSignal(int) {
+    gEarlyCancel.store(true);
+}
+
+void installSignalHandlers() {
+    struct sigaction sa {};
+    sa.sa_handler = onSignal;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    // A write past a file-size limit or into a closed pipe must fail as a
+    // write error, not end the program.
+    signal(SIGXFSZ, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+const char* kBooleanKeys[] = {"LogAllFiles",        "LogPriv",        "LogDups",
+                              "SuppressTimeErrors", "MPEG4_MulAtoms", "MPEG4_MulData",
+                              "LogID3v1",           "LogPrompt",      "FirstTimeUsage"};
+
+bool isBooleanKey(const std::string& k) {
+    for (const char* b : kBooleanKeys)
+        if (k == b) return true;
+    return false;
+}
+
+std::string extensionList() {
+    std::string out;
+    for (const auto& e : formatTable()) {
+        out += fmt::format("  {:<22}", e.name);
+        for (const char* ext : e.extensions) out += std::string(" ") + ext;
+        out += "\n";
+    }
+    return out;
+}
+
+std::string plural(uint64_t n) {
+    return n == 1 ? "" : "s";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{
+        "Checks audio files for structural damage and metadata problems and writes every problem, "
+        "with its byte offset, category and message, to a log file.",
+        "sondrel"};
+    app.footer("Each PATH is a folder (walked deeply) or an audio file. Audio files by extension:\n" +
+               extensionList() +
+               "\nExit status: 0 no problem logged, 1 problems logged, 2 could not start or a log write "
+               "failed, 130 cancelled.");
+
+    std::string logPath;
+    std::vector<std::string> options;
+    std::vector<std::string> paths;
+    bool allFiles = false, privacy = false, dups = false, suppressTime = false, id3v1 = false;
+    bool mulAtoms = false, mulData = false, quiet = false;
+    unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
+
+    app.set_version_flag(
+        "--version", fmt::format("sondrel ({}) {} (Build {})", build::kName, build::kVersion, build::kBuild));
+    app.add_option("--log", logPath,
+                   "Log file for this run (overrides LogPath); '-' writes to standard output");
+    app.add_option("--option", options, "Override an option for this run only, as KEY=VALUE")
+        ->type_name("KEY=VALUE")
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_flag("--all-files", allFiles,
+                 "Write a heading for every file, even one without problems (LogAllFiles)");
+    app.add_flag("--privacy", privacy, "Report embedded owner and identification data (LogPriv)");
+    app.add_flag("--dups", dups, "Report duplicated list items (LogDups)");
+    app.add_flag("--suppress-time-errors", suppressTime,
+                 "Do not report malformed time stamps (SuppressTimeErrors)");
+    app.add_flag("--id3v1", id3v1, "Report ID3v1 and APE tags in MP3 files (LogID3v1)");
+    app.add_flag("--mpeg4-multiple-atoms", mulAtoms, "Do not report repeated MPEG-4 atoms (MPEG4_MulAtoms)");
+    app.add_flag("--mpeg4-multiple-data", mulData,
+                 "Accept several data items in one MPEG-4 atom (MPEG4_MulData)");
+    app.add_option("--jobs,-j", jobs, "Files analysed at once (default: the number of processors)")
+        ->check(CLI::Range(1u, 1024u));
+    app.add_flag("--quiet,-q", quiet, "No progress and no final status on standard error");
+    app.add_option("PATH", paths, "Folders and audio files to check");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        int rc = app.exit(e);
+        return rc == 0 ? 0 : kCannotRun;
+    }
+
+    Settings settings = Settings::load();
+    settings.ensureDefaultLogPath();
+    for (const auto& kv : options) {
+        auto eq = kv.find('=');
+        if (eq == std::string::npos || eq == 0) {
+            std::fprintf(stderr, "sondrel: --option needs KEY=VALUE, got '%s'\n", kv.c_str());
+            return kCannotRun;
+        }
+        std::string key = kv.substr(0, eq), value = kv.substr(eq + 1);
+        if (!settings.existsKey(key)) {
+            std::fprintf(stderr, "sondrel: unknown option key '%s'\n", key.c_str());
+            return kCannotRun;
+        }
+        bool b = false;
+        if (isBooleanKey(key) && !Settings::parseBool(value, b)) {
+            std::fprintf(stderr, "sondrel: option %s takes 1/0, true/false or yes/no, got '%s'\n",
+                         key.c_str(), value.c_str());
+            return kCannotRun;
+        }
+        settings.overrideValue(key, isBooleanKey(key) ? (b ? "true" : "false") : value);
+    }
+    auto flag = [&](bool on, const char* key) {
+        if (on) settings.overrideValue(key, "true");
+    };
+    flag(allFiles, "LogAllFiles");
+    flag(privacy, "LogPriv");
+    flag(dups, "LogDups");
+    flag(suppressTime, "SuppressTimeErrors");
+    flag(id3v1, "LogID3v1");
+    flag(mulAtoms, "MPEG4_MulAtoms");
+    flag(mulData, "MPEG4_MulData");
+    if (!logPath.empty()) settings.overrideValue("LogPath", logPath);
+
+    // Each PATH is taken as an item dropped on the target: kept when it exists
+    // and is clean; a folder is walked, a file is kept when its extension
+    // names an audio format.
+    Selection selection;
+    for (const auto& p : paths) {
+        std::string full = fullPath(p);
+        struct stat st {};
+        const char* why = nullptr;
+        if (::stat(full.c_str(), &st) != 0)
+            why = "no such file or folder";
+        else if (!isPathClean(full))
+            why = "hidden, a package or an application";
+        else if (S_ISDIR(st.st_mode))
+            selection.folders.insert(full);
+        else if (isAudioFile(lastComponent(full)))
+            selection.files.insert(full);
+        else
+            why = "not an audio file by its extension";
+        if (why) std::fprintf(stderr, "sondrel: skipped %s: %s\n", text::sanitizeUTF8(p).c_str(), why);
+    }
+    if (selection.folders.empty() && selection.files.empty()) {
+        std::fprintf(stderr, "sondrel: nothing to check (give folders or audio files; see --help)\n");
+        return kCannotRun;
+    }
+
+    installSignalHandlers();
+    const bool toStdout = settings.stringFromKey("LogPath") == "-";
+    const bool showProgress = !quiet && ::isatty(STDERR_FILENO);
+    CliStatus status(showProgress);
+
+    LogWriter log([&](const Alert& a) {
+        status.clear();
+        std::fprintf(stderr, "sondrel: %s: %s\n", a.title.c_str(), a.text.c_str());
+    });
+    std::optional<Alert> alert;
+    if (toStdout) {
+        alert = log.openStream(STDOUT_FILENO);
+    } else {
+        std::string path = settings.expandedLogPath();
+        if (path.empty()) {
+            std::fprintf(stderr, "sondrel: no log file (set --log or LogPath)\n");
+            return kCannotRun;
+        }
+        alert = log.openLog(fullPath(path));
+    }
+    if (alert) {
+        std::fprintf(stderr, "sondrel: %s: %s\n", alert->title.c_str(), alert->text.c_str());
+        return kCannotRun;
+    }
+
+    ScanCallbacks callbacks;
+    callbacks.setStatus = [&](const std::string& text, bool wait) { status.show(text, wait); };
+    WorkThread scan(std::move(selection), settings, log, callbacks, jobs);
+
+    // Forward a signal to the scan: it finishes the files it has begun, logs
+    // them, and stops.
+    std::atomic<bool> finished{false};
+    std::thread watcher([&] {
+        while (!finished.load()) {
+            if (gEarlyCancel.load()) scan.cancel();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    bool cancelled = scan.main();
+    finished = true;
+    watcher.join();
+    log.closeLog();
+    status.clear();
+
+    if (!quiet) {
+        if (cancelled)
+            std::fprintf(stderr, "Cancelled\n");
+        else
+            std::fprintf(stderr, "%llu file%s scanned. %llu error%s logged.\n",
+                         static_cast<unsigned long long>(scan.progress()), plural(scan.progress()).c_str(),
+                         static_cast<unsigned long long>(log.errorTotal()), plural(log.errorTotal()).c_str());
+    }
+    if (cancelled) return kCancelled;
+    if (scan.writeFailed()) return kCannotRun;
+    return log.errorTotal() > 0 ? kProblems : kClean;
+}

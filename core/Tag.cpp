@@ -1,0 +1,160 @@
+#include "core/Tag.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <utility>
+
+#include "core/FieldTable.h"
+#include "core/FieldValidator.h"
+#include "core/FormatTable.h"
+#include "core/ImageValidator.h"
+#include "core/LogWriter.h"
+#include "core/Settings.h"
+#include "core/Text.h"
+
+namespace sondrel {
+
+namespace {
+constexpr const char* kUnsupported =
+    "File must be aif, aifc, aiff, ape, dff, dsf, flac, mp3, m4a, m4b, m4v, mp4, oga, ogg, opus, wav or wv";
+constexpr const char* kNoFileInfo = "Cannot query file info";
+constexpr const char* kOwnerEmbedded = "Owner information is embedded";
+constexpr const char* kIdentificationEmbedded = "Identification information is embedded";
+constexpr const char* kInternalError = "The check of this file stopped on an internal error";
+
+const FieldRow* rowFor(int64_t index) {
+    if (index < 0 || index > kTerminatorRow) return nullptr;
+    return &kFieldTable[size_t(index)];
+}
+}  // namespace
+
+Tag::Tag(std::string path, const Settings& settings) : path_(std::move(path)), settings_(settings) {
+    getTheTag();
+}
+
+Tag::Tag(std::string path, const Settings& settings, Bytes contents)
+    : path_(std::move(path)), settings_(settings), memoryContents_(std::move(contents)) {
+    getTheTag();
+}
+
+Tag::Tag(std::string path, const Settings& settings, NoAnalysis)
+    : path_(std::move(path)), settings_(settings) {}
+
+Tag::~Tag() = default;
+
+void Tag::getTheTag() {
+    const FormatEntry* entry = formatForPath(path_);
+    if (!entry) {
+        logError(kContainer, 0, kUnsupported);
+        return;
+    }
+    try {
+        lowLevelRep_ = entry->make(path_, *this);
+    } catch (const std::exception&) {
+        // Checkers report problems as data and do not throw; only resource
+        // exhaustion can land here. The file's list says so and the scan goes on.
+        logError(kFile, 0, kInternalError);
+    }
+    tagType_ = entry->tagType;
+    recordDateAndPrivacy();
+}
+
+void Tag::recordDateAndPrivacy() {
+    if (!memoryContents_) {
+        if (auto date = modificationDate(path_))
+            modDate_ = *date;
+        else
+            logError(kFile, 0, kNoFileInfo);
+    }
+    if (settings_.boolFromKey("LogPriv")) {
+        if (ivalueExists(field::Owner)) logError(kPrivacy, 0, kOwnerEmbedded);
+        if (ivalueExists(field::Identification)) logError(kPrivacy, 0, kIdentificationEmbedded);
+    }
+}
+
+void Tag::logError(uint32_t type, uint64_t offset, std::string reason) {
+    if (!errors_) {
+        errors_.emplace();
+        errors_->reserve(5);
+    }
+    errors_->push_back(LogError{type, offset, std::move(reason)});
+}
+
+void Tag::logError(const TagItem& item, std::string_view text) {
+    const FieldRow* row = rowFor(item.tagIndex);
+    std::string name = row ? row->displayName : "";
+    std::string code = allocStringFromTag(item.fourCC);
+    if (item.desc)
+        logError(kTagProblem, item.offset, fmt::format("'{}' ({}) [{}] {}", code, name, *item.desc, text));
+    else
+        logError(kTagProblem, item.offset, fmt::format("'{}' ({}) {}", code, name, text));
+}
+
+std::unique_ptr<FileHandle> Tag::setupFile(uint64_t& fileSize) {
+    std::unique_ptr<FileHandle> h;
+    if (memoryContents_) {
+        h = FileHandle::fromMemory(*memoryContents_);
+    } else {
+        std::string error;
+        h = FileHandle::openForReading(path_, error);
+        if (!h) {
+            logError(kFile, 0, error.empty() ? "Unknown error opening file" : error);
+            return nullptr;
+        }
+    }
+    fileSize_ = h->seekToEnd();
+    fileSize = fileSize_;
+    h->seekToOffset(0);
+    return h;
+}
+
+std::string Tag::allocIDString(uint32_t code) {
+    return text::fourCCString(code);
+}
+
+void Tag::setivalue(int64_t index, uint32_t header, std::optional<std::string> value, uint64_t offset) {
+    const FieldRow* row = rowFor(index);
+    if (!row || !row->key) return;
+    auto it = values_.find(row->key);
+    if (it == values_.end())
+        values_.emplace(row->key, TagItem(index, header, std::move(value), offset));
+    else
+        it->second.bumpCount();
+}
+
+void Tag::setimulvalue(int64_t index, uint32_t header, std::optional<std::string> value,
+                       std::optional<std::string> desc, std::optional<std::string> lang, uint64_t offset) {
+    const FieldRow* row = rowFor(index);
+    if (!row || !row->key) return;
+    auto it = values_.find(row->key);
+    if (it == values_.end()) it = values_.emplace(row->key, TagItem(index, header, std::nullopt, 0)).first;
+    it->second.addChild(TagItem(index, header, std::move(value), std::move(desc), std::move(lang), offset));
+}
+
+const TagItem* Tag::item(int64_t index) const {
+    const FieldRow* row = rowFor(index);
+    if (!row || !row->key) return nullptr;
+    auto it = values_.find(row->key);
+    return it == values_.end() ? nullptr : &it->second;
+}
+
+TagItem* Tag::item(int64_t index) {
+    return const_cast<TagItem*>(std::as_const(*this).item(index));
+}
+
+bool Tag::ivalueExists(int64_t index) const {
+    const TagItem* i = item(index);
+    return i && i->value && !i->value->empty();
+}
+
+void Tag::validateFields(bool fromMPEG4) {
+    FieldValidator(*this).validateFields(fromMPEG4);
+}
+
+std::optional<std::string> Tag::validateImage(const uint8_t* bytes, size_t length,
+                                              std::string_view mimeType) {
+    return ImageValidator::validateImage(bytes, length, mimeType);
+}
+
+}  // namespace sondrel

@@ -1,0 +1,242 @@
+#include "core/WorkThread.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <fmt/format.h>
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "core/LogWriter.h"
+#include "core/PathPredicates.h"
+#include "core/Tag.h"
+#include "core/Text.h"
+
+namespace sondrel {
+
+namespace {
+
+std::string joinPath(const std::string& folder, const std::string& name) {
+    return folder.size() && folder.back() == '/' ? folder + name : folder + "/" + name;
+}
+
+// Case-insensitive order with folded keys computed once per name.
+std::vector<std::string> sortedCaseInsensitive(std::vector<std::string> names) {
+    std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+        return text::compareCaseInsensitive(a, b) < 0;
+    });
+    return names;
+}
+
+}  // namespace
+
+WorkThread::WorkThread(Selection selection, Settings settings, LogWriter& log, ScanCallbacks callbacks,
+                       unsigned jobs)
+    : selection_(std::move(selection)),
+      settings_(std::move(settings)),
+      log_(log),
+      callbacks_(std::move(callbacks)),
+      jobs_(std::max(1u, jobs)) {}
+
+void WorkThread::status(const std::string& text, bool wait) {
+    if (callbacks_.setStatus) callbacks_.setStatus(text, wait);
+}
+
+bool WorkThread::main() {
+    spanFolders();
+    if (!isCancelled()) spanFiles();
+    if (!isCancelled()) go();
+    bool cancelled = isCancelled();
+    if (callbacks_.done) callbacks_.done(cancelled);
+    return cancelled;
+}
+
+void WorkThread::spanFolders() {
+    for (const auto& folder : selection_.folders) {
+        if (isCancelled()) return;
+        spanFolder(folder);
+    }
+}
+
+void WorkThread::spanFolder(const std::string& folder) {
+    if (folderStorage_.count(folder)) return;
+    status(fmt::format("Examining folder {}", folder), true);
+    if (isCancelled()) return;
+
+    // A folder reached again through a symbolic link is not walked twice, so
+    // link cycles end.
+    struct stat st {};
+    if (::stat(folder.c_str(), &st) != 0) return;
+    if (!visitedFolders_.emplace(uint64_t(st.st_dev), uint64_t(st.st_ino)).second) return;
+
+    DIR* dir = ::opendir(folder.c_str());
+    if (!dir) return;
+    std::vector<std::string> names;
+    while (dirent* e = ::readdir(dir)) {
+        std::string name = e->d_name;
+        if (name == "." || name == "..") continue;
+        names.push_back(std::move(name));
+    }
+    ::closedir(dir);
+    // Listing order is the file system's; sorting makes the walk (and which
+    // path a linked folder is first reached by) independent of it.
+    names = sortedCaseInsensitive(std::move(names));
+
+    std::set<std::string> audio;
+    std::vector<std::string> subfolders;
+    subfolders.reserve(5);
+    for (const auto& name : names) {
+        if (isCancelled()) break;
+        if (name[0] == '.') continue;
+        std::string path = joinPath(folder, name);
+        struct stat est {};
+        if (::stat(path.c_str(), &est) != 0) continue;  // vanished or a dangling link
+        if (S_ISDIR(est.st_mode)) {
+            if (isPathClean(path)) subfolders.push_back(path);
+        } else if (isAudioFile(name)) {
+            audio.insert(name);
+        }
+    }
+    if (!audio.empty()) folderStorage_[folder] = std::move(audio);
+    for (const auto& sub : subfolders) {
+        if (isCancelled()) return;
+        spanFolder(sub);
+    }
+}
+
+void WorkThread::spanFiles() {
+    for (const auto& file : selection_.files) folderStorage_[parentFolder(file)].insert(lastComponent(file));
+}
+
+void WorkThread::go() {
+    std::vector<std::string> folders;
+    folders.reserve(folderStorage_.size());
+    for (const auto& [folder, names] : folderStorage_) folders.push_back(folder);
+    folders = sortedCaseInsensitive(std::move(folders));
+
+    std::vector<std::string> paths;
+    for (const auto& folder : folders) {
+        if (isCancelled()) break;
+        const auto& set = folderStorage_[folder];
+        std::vector<std::string> names(set.begin(), set.end());
+        for (const auto& name : sortedCaseInsensitive(std::move(names)))
+            paths.push_back(joinPath(folder, name));
+    }
+    bool logAllFiles = settings_.boolFromKey("LogAllFiles");
+    // With every file logged, each heading must be on disk before its file
+    // is analysed, so the analysis stays sequential.
+    if (jobs_ <= 1 || logAllFiles || paths.size() <= 1)
+        goSequential(paths, logAllFiles);
+    else
+        goParallel(paths);
+}
+
+void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAllFiles) {
+    const uint64_t total = paths.size();
+    for (const auto& path : paths) {
+        if (isCancelled()) return;
+        uint64_t n = ++progress_;
+        status(fmt::format("Analyzing file {} of {}", n, total), false);
+        if (logAllFiles) {
+            std::string date = modificationDate(path).value_or("");
+            if (!log_.writeToLog(path, date, std::nullopt, true)) {
+                writeFailed_ = true;
+                return;
+            }
+        }
+        Tag tag(path, settings_);
+        std::optional<std::string> heading;
+        if (!logAllFiles) heading = path;
+        if (!log_.writeToLog(heading, tag.modDate(), tag.errors(), logAllFiles)) {
+            writeFailed_ = true;
+            return;
+        }
+    }
+}
+
+// Workers claim files strictly in list order and may run at most `window`
+// files ahead of the writer; this thread writes each file's result as soon as
+// it and all files before it are done. Files already claimed when the scan is
+// cancelled are finished and logged, so the log is complete up to there.
+void WorkThread::goParallel(const std::vector<std::string>& paths) {
+    struct Result {
+        std::string modDate;
+        std::optional<std::vector<LogError>> errors;
+    };
+    const size_t total = paths.size();
+    const size_t window = size_t(jobs_) * 4;
+    std::vector<std::optional<Result>> slots(total);
+    std::mutex m;
+    std::condition_variable cv;
+    size_t next = 0;     // next file to claim
+    size_t written = 0;  // files handed to the log
+    bool stop = false;   // a write failed
+
+    auto worker = [&] {
+        for (;;) {
+            size_t index;
+            {
+                std::unique_lock lock(m);
+                // Cancellation comes from a flag (a signal handler may set it), so waits poll.
+                while (!cv.wait_for(lock, std::chrono::milliseconds(50), [&] {
+                    return stop || isCancelled() || next >= total || next < written + window;
+                })) {
+                }
+                if (stop || isCancelled() || next >= total) return;
+                index = next++;
+            }
+            uint64_t n = ++progress_;
+            status(fmt::format("Analyzing file {} of {}", n, total), false);
+            Tag tag(paths[index], settings_);
+            Result r{tag.modDate(), tag.errors()};
+            {
+                std::lock_guard lock(m);
+                slots[index] = std::move(r);
+            }
+            cv.notify_all();
+        }
+    };
+
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < jobs_; ++i) threads.emplace_back(worker);
+
+    for (;;) {
+        std::optional<Result> r;
+        {
+            std::unique_lock lock(m);
+            // Wait for the next file in order, unless nothing more will come.
+            while (!cv.wait_for(lock, std::chrono::milliseconds(50), [&] {
+                return written >= total || slots[written] || (isCancelled() && written >= next);
+            })) {
+            }
+            if (written >= total || !slots[written]) break;
+            r = std::move(slots[written]);
+            slots[written].reset();
+        }
+        bool ok = log_.writeToLog(paths[written], r->modDate, r->errors, false);
+        {
+            std::lock_guard lock(m);
+            ++written;
+            if (!ok) stop = true;
+        }
+        cv.notify_all();
+        if (!ok) {
+            writeFailed_ = true;
+            break;
+        }
+    }
+    {
+        std::lock_guard lock(m);
+        stop = true;
+    }
+    cv.notify_all();
+    for (auto& t : threads) t.join();
+}
+
+}  // namespace sondrel
