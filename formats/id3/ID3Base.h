@@ -63,6 +63,9 @@ protected:
     uint64_t getSynchSafeSize(uint64_t pos) const;
     uint64_t getSynchSafeSizeWithErrors(uint64_t pos, int& error) const;
     bool isValidFrameID(uint64_t pos) const;
+    // How many bytes at `bytes` the readers may touch: validateEndOfs, and
+    // never more than the buffer that `bytes` points into really holds.
+    uint64_t readableEnd() const;
 
     // --- state of the tag reader
     uint64_t textFrameEncoding = 0;

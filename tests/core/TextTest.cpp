@@ -1,0 +1,78 @@
+#include "core/Text.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "core/PathPredicates.h"
+
+namespace sondrel {
+namespace {
+
+Bytes b(std::initializer_list<uint8_t> l) { return Bytes(l); }
+
+TEST(TextDecoding, Utf8IsStrict) {
+    EXPECT_EQ(text::decodeUTF8(b({'a', 0xC3, 0xA9})), "a\xC3\xA9");
+    EXPECT_TRUE(text::decodeUTF8(b({0x00, 0xEF, 0xBB, 0xBF}))) << "NUL and a byte-order mark are characters";
+    EXPECT_FALSE(text::decodeUTF8(b({0xC0, 0x80}))) << "overlong";
+    EXPECT_FALSE(text::decodeUTF8(b({0xED, 0xA0, 0x80}))) << "surrogate";
+    EXPECT_FALSE(text::decodeUTF8(b({0xF4, 0x90, 0x80, 0x80}))) << "above U+10FFFF";
+    EXPECT_FALSE(text::decodeUTF8(b({'a', 0xE2, 0x82}))) << "truncated";
+    EXPECT_EQ(text::decodeUTF8OrLatin1(b({'c', 0xE9})), "c\xC3\xA9") << "Latin-1 fallback";
+    EXPECT_FALSE(text::decodeASCII(b({'a', 0x80})));
+}
+
+TEST(TextDecoding, Utf16ByteOrderMarksAndFaults) {
+    EXPECT_EQ(text::decodeUTF16WithBOM(b({0xFF, 0xFE, 'h', 0, 'i', 0})), "hi");
+    EXPECT_EQ(text::decodeUTF16WithBOM(b({0xFE, 0xFF, 0, 'h'})), "h");
+    EXPECT_EQ(text::decodeUTF16WithBOM(b({0, 'h'})), "h") << "no mark means big-endian";
+    EXPECT_EQ(text::decodeUTF16BE(b({0xD8, 0x3D, 0xDE, 0x00})), "\xF0\x9F\x98\x80");
+    EXPECT_FALSE(text::decodeUTF16BE(b({0, 'h', 0})));
+    EXPECT_FALSE(text::decodeUTF16BE(b({0xD8, 0x3D, 0, 'a'}))) << "unpaired surrogate";
+}
+
+TEST(TextCharacters, DirtIsControlAndFormatButNotLineBreaksOrTab) {
+    EXPECT_FALSE(text::containsDirt("a\tb\nc\r"));
+    EXPECT_TRUE(text::containsDirt(std::string("a\x01", 2)));
+    EXPECT_TRUE(text::containsDirt("soft\xC2\xAD" "hyphen")) << "U+00AD is a format character";
+    EXPECT_TRUE(text::containsDirt("\xEF\xBB\xBF")) << "U+FEFF";
+    EXPECT_TRUE(text::containsNewline("a\xE2\x80\xA8")) << "U+2028";
+    EXPECT_TRUE(text::containsNewline("a\x0B"));
+    EXPECT_FALSE(text::containsNewline("a\tb"));
+    EXPECT_EQ(text::utf16Length("\xF0\x9F\x98\x80" "ab"), 4u);
+    EXPECT_EQ(text::trimWhitespace("  2021\n "), "2021");
+}
+
+TEST(TextOrdering, CaseInsensitiveOrderIsTotalAndIndependentOfInput) {
+    std::vector<std::string> names = {"b.MP3", "A.flac", "a.flac", "Straße", "STRASSE", "z"};
+    auto sorted = names;
+    std::sort(sorted.begin(), sorted.end(),
+              [](auto& x, auto& y) { return text::compareCaseInsensitive(x, y) < 0; });
+    EXPECT_EQ(sorted, (std::vector<std::string>{"A.flac", "a.flac", "b.MP3", "STRASSE", "Straße", "z"}));
+    EXPECT_LT(text::compareCaseInsensitive("/x/a", "/x/B"), 0);
+    EXPECT_LT(text::compareCaseInsensitive("/x/a/z", "/x/B"), 0);
+}
+
+TEST(PathPredicatesTest, ExtensionsAreCaseInsensitiveSuffixesWithTheDot) {
+    EXPECT_TRUE(isAudioFile("SONG.MP3"));
+    EXPECT_TRUE(isMP3File("x.Mp2"));
+    EXPECT_FALSE(isAudioFile("songmp3"));
+    EXPECT_TRUE(isOGG("a.opus"));
+    EXPECT_TRUE(isM4AFile("a.M4B"));
+    EXPECT_TRUE(isAiffFile("a.aif"));
+    EXPECT_FALSE(isAudioFile("a.txt"));
+    EXPECT_TRUE(isPlistFile("x.plist"));
+}
+
+TEST(PathPredicatesTest, FullPathsAreLexicallyNormalised) {
+    EXPECT_EQ(fullPath("/a/./b/../c/"), "/a/c");
+    EXPECT_EQ(fullPath("/../x"), "/x");
+    EXPECT_EQ(fullPath("/"), "/");
+    EXPECT_EQ(parentFolder("/a/b.mp3"), "/a");
+    EXPECT_EQ(parentFolder("/b.mp3"), "/");
+    EXPECT_EQ(lastComponent("/a/b.mp3"), "b.mp3");
+}
+
+}  // namespace
+}  // namespace sondrel

@@ -1,0 +1,161 @@
+#include "core/WorkThread.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <mutex>
+#include <random>
+#include <sstream>
+
+#include "core/LogWriter.h"
+#include "tests/fixtures/CheckHelpers.h"
+
+namespace sondrel {
+namespace {
+
+using fixtures::TempDir;
+
+struct ScanRun {
+    std::string log;  // without its first line
+    std::vector<std::string> statuses;
+    bool cancelled = false;
+    uint64_t progress = 0;
+};
+
+std::string readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+ScanRun scan(Selection sel, const std::string& logPath, unsigned jobs = 1,
+             const std::map<std::string, std::string>& options = {},
+             std::function<void(WorkThread&, const std::string&)> onStatus = {}) {
+    ScanRun r;
+    LogWriter log;
+    EXPECT_FALSE(log.openLog(logPath));
+    std::mutex m;
+    WorkThread* self = nullptr;
+    ScanCallbacks cb;
+    cb.setStatus = [&](const std::string& s, bool) {
+        std::lock_guard lock(m);
+        r.statuses.push_back(s);
+        if (onStatus) onStatus(*self, s);
+    };
+    WorkThread w(std::move(sel), fixtures::settingsWith(options), log, cb, jobs);
+    self = &w;
+    r.cancelled = w.main();
+    r.progress = w.progress();
+    log.closeLog();
+    std::string all = readAll(logPath);
+    r.log = all.substr(all.find('\n') + 1);
+    return r;
+}
+
+// Headings only (paths), in log order.
+std::vector<std::string> headings(const std::string& log) {
+    std::vector<std::string> out;
+    std::istringstream in(log);
+    std::string line;
+    while (std::getline(in, line))
+        if (auto at = line.find("  /"); at != std::string::npos && line.rfind("    ", 0) != 0)
+            out.push_back(line.substr(at + 2));
+    return out;
+}
+
+TEST(ScanWalk, TakesAudioNamesSkipsHiddenPackagesAndOtherFilesAndSortsCaseInsensitively) {
+    TempDir d;
+    for (auto n : {"b.MP3", "A.flac", ".hidden.mp3", "notes.txt", "Sub.app/x.mp3", ".git/y.mp3", "sub/c.wav"})
+        d.write(std::string("root/") + n, std::string("garbage"));
+    auto r = scan({{d.path() + "/root"}, {}}, d.path() + "/log.txt", 1, {{"LogAllFiles", "1"}});
+    EXPECT_EQ(headings(r.log), (std::vector<std::string>{d.path() + "/root/A.flac", d.path() + "/root/b.MP3",
+                                                         d.path() + "/root/sub/c.wav"}));
+}
+
+TEST(ScanWalk, FolderOrderIsByFullPathAndADroppedFileJoinsItsFolder) {
+    TempDir d;
+    for (auto n : {"x/B/1.mp3", "x/a/2.mp3", "x/a/z/3.mp3", "x/a/z/4.mp3", "y/5.mp3", "y/6.mp3"})
+        d.write(n, std::string("garbage"));
+    std::string x = d.path() + "/x";
+    Selection sel{{x + "/B", x + "/a"}, {d.path() + "/y/6.mp3", x + "/a/2.mp3"}};
+    auto r = scan(sel, d.path() + "/log.txt", 1, {{"LogAllFiles", "1"}});
+    EXPECT_EQ(headings(r.log), (std::vector<std::string>{x + "/a/2.mp3", x + "/a/z/3.mp3", x + "/a/z/4.mp3",
+                                                         x + "/B/1.mp3", d.path() + "/y/6.mp3"}))
+        << "the dropped file inside a dropped folder is analysed once; y/5.mp3 was not dropped";
+    EXPECT_EQ(r.statuses.back(), "Analyzing file 5 of 5");
+}
+
+TEST(ScanWalk, SymbolicLinkCycleEndsAndFifoNeitherBlocksNorCrashes) {
+    TempDir d;
+    d.write("m/a.flac", std::string("x"));
+    ASSERT_EQ(::symlink("..", (d.path() + "/m/up").c_str()), 0);
+    ASSERT_EQ(::symlink(".", (d.path() + "/m/self").c_str()), 0);
+    ASSERT_EQ(::mkfifo((d.path() + "/m/song.mp3").c_str(), 0644), 0);
+    auto r = scan({{d.path() + "/m"}, {}}, d.path() + "/log.txt");
+    EXPECT_NE(r.log.find(d.path() + "/m/song.mp3\n    000000000000  File: The item is a FIFO (named pipe), not a "
+                                    "regular file\n"),
+              std::string::npos)
+        << r.log;
+    EXPECT_EQ(r.progress, 2u);
+}
+
+TEST(ScanWalk, FolderWithoutAudioFilesLeavesNoTraceEvenWithLogAllFiles) {
+    TempDir d;
+    d.write("e/readme.txt", std::string("x"));
+    auto r = scan({{d.path() + "/e"}, {}}, d.path() + "/log.txt", 1, {{"LogAllFiles", "1"}});
+    EXPECT_EQ(r.log, "");
+    EXPECT_EQ(r.progress, 0u);
+}
+
+TEST(ScanCancel, CancellingDuringTheWalkAnalysesNothing) {
+    TempDir d;
+    d.write("c/a/1.mp3", std::string("x"));
+    d.write("c/b/2.mp3", std::string("x"));
+    auto r = scan({{d.path() + "/c"}, {}}, d.path() + "/log.txt", 1, {},
+                  [](WorkThread& w, const std::string& s) {
+                      if (s.rfind("Examining folder", 0) == 0) w.cancel();
+                  });
+    EXPECT_TRUE(r.cancelled);
+    EXPECT_EQ(r.progress, 0u);
+    EXPECT_EQ(r.log, "");
+}
+
+TEST(ScanCancel, TheFileBeingAnalysedIsFinishedAndLoggedThenTheScanStops) {
+    TempDir d;
+    for (int i = 0; i < 50; ++i) d.write("c/" + std::to_string(100 + i) + ".flac", std::string("x"));
+    for (unsigned jobs : {1u, 3u}) {
+        auto r = scan({{d.path() + "/c"}, {}}, d.path() + "/log.txt", jobs, {{"LogAllFiles", "0"}},
+                      [](WorkThread& w, const std::string& s) {
+                          if (s == "Analyzing file 10 of 50") w.cancel();
+                      });
+        EXPECT_TRUE(r.cancelled);
+        EXPECT_GE(r.progress, 10u);
+        EXPECT_LT(r.progress, 50u);
+    }
+}
+
+// A tree of a few hundred files of mixed formats and random bytes; the log
+// with one worker must equal the log with several, byte for byte.
+TEST(ScanParallel, LogIsByteIdenticalWhateverTheNumberOfJobs) {
+    TempDir d;
+    std::mt19937 rng(42);
+    const char* exts[] = {".mp3", ".flac", ".ogg", ".wav", ".aiff", ".m4a", ".ape", ".wv", ".dsf", ".dff", ".opus"};
+    for (int i = 0; i < 300; ++i) {
+        Bytes bytes(rng() % 3000);
+        for (auto& byte : bytes) byte = uint8_t(rng());
+        std::string name = "t/f" + std::to_string(i % 7) + "/" + std::to_string(rng() % 100000) + exts[i % 11];
+        d.write(name, bytes);
+    }
+    auto one = scan({{d.path() + "/t"}, {}}, d.path() + "/one.txt", 1);
+    for (unsigned jobs : {2u, 8u}) {
+        auto many = scan({{d.path() + "/t"}, {}}, d.path() + "/many.txt", jobs);
+        EXPECT_EQ(many.log, one.log);
+        EXPECT_EQ(many.progress, one.progress);
+    }
+}
+
+}  // namespace
+}  // namespace sondrel
