@@ -46,13 +46,16 @@ bool isValidNameByte(uint8_t c) {
     return c >= 0x20 && c <= 0x7d && c != '=';
 }
 
+bool isExaminedType(uint32_t type) {
+    return type == kVorbisComment || type == kPicture || type == kApplication;
+}
+
 }  // namespace
 
 FlacTag::FlacTag(const std::string& path, Tag& tag, NoCheck) : theFile(path), theTag(&tag) {}
 
 FlacTag::FlacTag(const std::string& path, Tag& tag) : FlacTag(path, tag, NoCheck{}) {
-    if (!setupFileForReading()) return;
-    if (!verifyMarker()) {
+    if (!setupFileForReading() || !verifyMarker()) {
         closeFile();
         return;
     }
@@ -63,7 +66,11 @@ FlacTag::FlacTag(const std::string& path, Tag& tag) : FlacTag(path, tag, NoCheck
         block.setFileSize(fileSize);
         block.setTheTag(theTag);
         if (!block.getBlock(next)) break;
-        metadataBlocks.push_back(block);
+        // Only the blocks examined later are kept (and the first, which must
+        // be STREAMINFO), so a file made of a great many small padding blocks
+        // costs no memory.
+        if (metadataBlocks.empty() || isExaminedType(block.blockType())) metadataBlocks.push_back(block);
+        audioStart = block.end();
         if (block.isLastBlock()) break;
         next = block.end();
     }
@@ -193,7 +200,7 @@ bool FlacTag::decodeStreamInfo(const MetadataBlock& block) {
     frameDuration_ms = uint64_t(double(totalSamples) * 1000.0 / double(frameSampleRate));
     if (frameSampleRate <= totalSamples) {
         uint64_t seconds = totalSamples / frameSampleRate;
-        uint64_t audioBytes = fileSize - metadataBlocks.back().end();
+        uint64_t audioBytes = fileSize - audioStart;
         frameBitrate = audioBytes * 8 / seconds / 1000;
     } else {
         frameBitrate = 0;

@@ -62,7 +62,8 @@ class FlacTag : public Checker {
     void handleApplicationData(const MetadataBlock& block);
 
     std::vector<MetadataBlock> metadataBlocks;
-    uint64_t offset = 0;  // where the first metadata block header starts
+    uint64_t offset = 0;      // where the first metadata block header starts
+    uint64_t audioStart = 0;  // the end of the last metadata block read
     uint64_t realBase = 0, realSize = 0;
 
     // Audio properties from STREAMINFO. The channel field is kept raw (one
