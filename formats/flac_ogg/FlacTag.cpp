@@ -22,7 +22,9 @@ constexpr const char* kMissingCount = "Missing count of FLAC Comments";
 constexpr const char* kCommentOverflows = "FLAC Comment overflows";
 constexpr const char* kMissingEquals = "Missing = in FLAC Comment";
 constexpr const char* kInvalidName = "FLAC Comment name contains invalid characters";
-constexpr const char* kControlInValue = "FLAC value for Comment '%s' contains control characters";
+std::string controlInValueMessage(const std::string& name) {
+    return "FLAC value for Comment '" + name + "' contains control characters";
+}
 constexpr const char* kArtOverflows = "Artwork block overflows";
 constexpr const char* kArtPictureType = "Artwork block contains invalid picture type";
 constexpr const char* kArtMimeNotASCII = "Artwork block mime type cannot be represented as ASCII";
@@ -270,9 +272,7 @@ void FlacTag::postField(const std::string& comment, uint64_t position) {
         }
     }
     if (text::containsDirt(std::string_view(comment).substr(equals + 1))) {
-        std::string message = kControlInValue;
-        message.replace(message.find("%s"), 2, name);
-        theTag->logError(kTagProblem, at, std::move(message));
+        theTag->logError(kTagProblem, at, controlInValueMessage(name));
     }
 }
 
