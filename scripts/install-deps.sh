@@ -10,7 +10,7 @@ packages=(
   libicu-dev libfmt-dev libcli11-dev liburiparser-dev
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
   # tests and benchmarks
-  libgtest-dev libgmock-dev googletest libbenchmark-dev python3
+  libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time
   # desktop application and its headless tests
   qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
