@@ -5,7 +5,7 @@
 # Usage: bench/ogg_check.sh [path/to/sondrel]
 set -eu
 SONDREL=${1:-build/release/cli/sondrel}
-for tool in sox oggenc ogginfo "$SONDREL"; do
+for tool in sox oggenc ogginfo /usr/bin/time "$SONDREL"; do
     command -v "$tool" >/dev/null 2>&1 || { echo "missing: $tool" >&2; exit 1; }
 done
 WORK=$(mktemp -d)
@@ -18,14 +18,16 @@ echo "file: $SIZE bytes"
 mkdir -p "$WORK/config"
 # Warm the page cache so both tools read from memory.
 cat "$WORK/noise.ogg" >/dev/null
-seconds() { python3 -c 'import time; print(time.monotonic())'; }
+# Wall time and processor time (user + system) of each tool; on a busy
+# machine the processor time is the steadier figure.
+measure() {
+    /usr/bin/time -f "%e %U %S" -o "$WORK/time.txt" "$@" >/dev/null 2>&1
+    awk -v b="$SIZE" '{ cpu = $2 + $3; printf "%.3f s wall, %.3f s cpu (%.0f MB/s of cpu)", $1, cpu, (cpu > 0 ? b / 1e6 / cpu : 0) }' "$WORK/time.txt"
+}
 for round in 1 2 3; do
-    t0=$(seconds)
-    XDG_CONFIG_HOME="$WORK/config" HOME="$WORK/config" "$SONDREL" --log "$WORK/log.txt" -j 1 "$WORK/noise.ogg" >/dev/null
-    t1=$(seconds)
-    ogginfo "$WORK/noise.ogg" >/dev/null
-    t2=$(seconds)
-    python3 -c "s=$t1-$t0; o=$t2-$t1; mb=$SIZE/1e6; print(f'round $round: sondrel {s:.3f} s ({mb/s:.0f} MB/s), ogginfo {o:.3f} s ({mb/o:.0f} MB/s)')"
+    s=$(measure env XDG_CONFIG_HOME="$WORK/config" HOME="$WORK/config" "$SONDREL" --log "$WORK/log.txt" -j 1 "$WORK/noise.ogg")
+    o=$(measure ogginfo "$WORK/noise.ogg")
+    echo "round $round: sondrel $s; ogginfo $o"
 done
 echo "sondrel log:"
 tail -n +2 "$WORK/log.txt"
