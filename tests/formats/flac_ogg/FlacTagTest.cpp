@@ -144,8 +144,8 @@ TEST(FlacTag, PictureBlocks) {
     Bytes image(20, 0x11);
     // Width, height, depth and colours cut short: the data length does not
     // fit and nothing is said.
-    Bytes cutPicture = pictureData(3, "image/jpeg", "d", {});
-    cutPicture.resize(cutPicture.size() - 8);
+    Bytes fullPicture = pictureData(3, "image/jpeg", "d", {});
+    Bytes cutPicture(fullPicture.begin(), fullPicture.end() - 8);
     Bytes silent = flacBlock(kFlacPicture, cutPicture);
     Bytes dataOver = flacBlock(kFlacPicture, pictureData(3, "image/png", "", image, 21));
     Bytes badType = flacBlock(kFlacPicture, pictureData(21, "-->", "", {}));

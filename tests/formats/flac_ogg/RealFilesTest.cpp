@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <regex>
 #include <string>
 
 #include "core/Text.h"
@@ -14,6 +13,18 @@ namespace sondrel {
 namespace {
 
 using namespace fixtures;
+
+// "    %012lu  Category: message", as the log writes a problem.
+bool isProblemLine(const std::string& l) {
+    if (l.size() < 18 || l.compare(0, 4, "    ") != 0 || l.compare(16, 2, "  ") != 0) return false;
+    for (size_t i = 4; i < 16; ++i)
+        if (l[i] < '0' || l[i] > '9') return false;
+    for (const char* word : {"File", "Container", "Framing", "Tag", "Fatal", "Privacy", "Rename(mp3)"}) {
+        std::string prefix = std::string(word) + ": ";
+        if (l.compare(18, prefix.size(), prefix) == 0) return l.size() > 18 + prefix.size();
+    }
+    return false;
+}
 
 bool haveTools(std::initializer_list<const char*> tools) {
     for (const char* t : tools)
@@ -76,8 +87,6 @@ TEST(FlacOggRealFiles, SameFormatsByFfmpeg) {
 TEST(FlacOggRealFiles, CorpusScansWithoutCrash) {
     const std::filesystem::path corpus = SONDREL_SHARED_DIR "/corpus";
     if (!std::filesystem::exists(corpus)) GTEST_SKIP() << "no corpus";
-    const std::regex problemLine(
-        R"(    \d{12}  (File|Container|Framing|Tag|Fatal|Privacy|Rename\(mp3\)): .+)");
     int scanned = 0;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(corpus)) {
         if (!entry.is_regular_file()) continue;
@@ -90,8 +99,7 @@ TEST(FlacOggRealFiles, CorpusScansWithoutCrash) {
         while (start < out.size()) {
             size_t end = out.find('\n', start);
             ASSERT_NE(end, std::string::npos) << entry.path();
-            EXPECT_TRUE(std::regex_match(out.substr(start, end - start), problemLine)) << entry.path() << "\n"
-                                                                                       << out;
+            EXPECT_TRUE(isProblemLine(out.substr(start, end - start))) << entry.path() << "\n" << out;
             start = end + 1;
         }
         // Empty and one-byte files can never pass.
