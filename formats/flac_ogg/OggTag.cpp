@@ -1,11 +1,257 @@
 #include "formats/flac_ogg/OggTag.h"
 
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "formats/flac_ogg/OggCRC.h"
+
 namespace sondrel {
 
-// Not yet checked: the file is only opened and closed.
-OggTag::OggTag(const std::string& /*path*/, Tag& tag) {
-    uint64_t size = 0;
-    if (auto handle = tag.setupFile(size)) handle->closeTheFile();
+namespace {
+
+constexpr const char* kPageHeaderError = "Error reading page header";
+constexpr const char* kInvalidPageMarker = "Invalid page marker";
+constexpr const char* kMultipleStreams = "Ogg files with multiple streams not supported";
+constexpr const char* kSegmentListError = "Error reading page segment list";
+constexpr const char* kPageFault = "Page fault";
+constexpr const char* kBodyReadError = "Read error (packet data)";
+constexpr const char* kCRCError = "CRC error";
+constexpr const char* kShortIdentification = "Insufficient data for Ogg identification packet";
+constexpr const char* kUnsupportedIdentification = "Missing or unsupported Ogg identification packet";
+constexpr const char* kOpusHeadAlignment = "Invalid Opus identification packet alignment";
+constexpr const char* kVorbisFrameBit = "Frame bit missing in Vorbis identification packet";
+constexpr const char* kOpusTagsAlignment = "Invalid Opus tag packet alignment";
+constexpr const char* kShortComment = "Insufficient data for comment block";
+constexpr const char* kMissingComment = "Missing Ogg comment block";
+constexpr const char* kNoIdentification =
+    "Missing or incomplete Ogg identification packet or non handled stream type";
+constexpr const char* kNoComment = "Missing or incomplete Ogg comment packet";
+
+constexpr uint8_t kEndOfStream = 0x04;
+constexpr size_t kCRCField = 22;
+
+// Identification and comment packets: Vorbis packet type byte and "vorbis",
+// or the Opus magic texts.
+constexpr char kVorbisIdentification[] = "\x01vorbis";
+constexpr char kVorbisComment[] = "\x03vorbis";
+constexpr char kOpusHead[] = "OpusHead";
+constexpr char kOpusTags[] = "OpusTags";
+constexpr size_t kVorbisSignatureLength = 7;
+constexpr size_t kOpusSignatureLength = 8;
+// Smallest identification packets: Vorbis up to its framing byte, Opus up
+// to its channel mapping family.
+constexpr size_t kVorbisIdentificationSize = 30;
+constexpr size_t kOpusIdentificationSize = 19;
+constexpr size_t kMinimumCommentPacket = 11;
+
+}  // namespace
+
+OggTag::OggTag(const std::string& path, Tag& tag) : FlacTag(path, tag, NoCheck{}) {
+    if (setupFileForReading()) {
+        readPages();
+        // Any problem at all, a single page fault or CRC error included,
+        // leaves the comments unchecked.
+        if (theTag->errorCount() == 0 && commentData.size() >= commentSize) {
+            // The comment data comes from behind the packet's signature, yet
+            // the reader is given the whole packet length; the copy is padded
+            // with zeros so that reading up to that length stays inside it.
+            errorDataOffset = 0;
+            getTags(commentData.data(), commentSize);
+        }
+        commentData = Bytes();
+    }
+    closeFile();
+}
+
+void OggTag::readPages() {
+    uint64_t pos = 0;
+    effectiveFileSize = fileSize;
+    bool afterEnd = false;
+    uint8_t header[OGGPage::kHeaderSize];
+    Bytes body;
+    for (;;) {
+        // A tail too short for a page header is ignored.
+        if (!fits(fileSize, pos, sizeof header)) {
+            effectiveFileSize = pos;
+            break;
+        }
+        if (!fileHandle->readInto(pos, header, sizeof header)) {
+            theTag->logError(kFatal, pos, kPageHeaderError);
+            return;
+        }
+        if (std::memcmp(header, "OggS", 4) != 0) {
+            if (afterEnd) break;  // data after the end of the stream is tolerated
+            theTag->logError(kFatal, pos, kInvalidPageMarker);
+            return;
+        }
+        if (afterEnd) theTag->logError(kFatal, pos, kMultipleStreams);
+        const uint8_t flags = header[5];
+        const uint64_t granule = le64(header + 6);
+        const uint32_t serial = le32(header + 14);
+        if (!streamID) {
+            streamID = serial;
+        } else if (serial != *streamID) {
+            theTag->logError(kFatal, pos, kMultipleStreams);
+            return;
+        }
+        const uint32_t sequence = le32(header + 18);
+        const uint32_t storedCRC = le32(header + kCRCField);
+        const uint8_t segments = header[26];
+        uint8_t lacing[255];
+        if (segments != 0 && !fileHandle->readInto(pos + sizeof header, lacing, segments)) {
+            theTag->logError(kFatal, pos, kSegmentListError);
+            return;
+        }
+        OGGPage page(pos, flags, std::vector<uint8_t>(lacing, lacing + segments));
+        if (sequence != expectedPageNum) theTag->logError(kContainer, pos, kPageFault);
+        expectedPageNum = uint64_t(sequence) + 1;
+
+        // The stored CRC is counted as zeros.
+        std::memset(header + kCRCField, 0, 4);
+        uint32_t crc = oggcrc::update(0, header, sizeof header);
+        crc = oggcrc::update(crc, lacing, segments);
+        body.resize(page.lengthForSegment(0, OGGPage::kNoIndex));
+        if (!body.empty() && !fileHandle->readInto(pos + page.firstDataOffset(), body.data(), body.size())) {
+            theTag->logError(kFatal, pos, kBodyReadError);
+            return;
+        }
+        crc = oggcrc::update(crc, body.data(), body.size());
+        if (crc != storedCRC) theTag->logError(kContainer, pos, kCRCError);
+
+        if (pageCount == 0) firstGP = granule;
+        lastGP = granule;
+        lastFlags = flags;
+        const uint64_t index = pageCount++;
+        const bool goOn = status == kHeadersDone || collectHeaderPackets(page, index, body);
+        pos += page.totalSize();
+        lastPage = std::move(page);
+        if (!goOn) break;
+        if (flags & kEndOfStream) afterEnd = true;
+        if (pos == fileSize) break;
+    }
+    if (!afterEnd) missingEOS = true;
+    endChecks();
+}
+
+bool OggTag::collectHeaderPackets(const OGGPage& page, uint64_t pageIndex, ByteSpan body) {
+    bool complete = false;
+    uint64_t next = OGGPage::kNoIndex;
+    if (status == kCollectingIdentification) {
+        if (!p1) p1.emplace(pageIndex, 0, page.offset());
+        page.availableDataForPacketStartingAtIndex(0, complete, next);
+        p1->addPage(page, pageIndex, body, complete, next);
+        if (!complete) return true;
+        if (!processv1()) return false;
+        status = kCollectingComment;
+        if (next == OGGPage::kNoIndex) return true;
+        // The comment packet begins on the identification packet's page. It
+        // is judged on this page alone: when it runs on into the next page
+        // its end is never set and it counts as empty.
+        p3.emplace(pageIndex, next, page.offset());
+        page.availableDataForPacketStartingAtIndex(next, complete, next);
+        p3->addPage(page, pageIndex, body, complete, next);
+        status = kHeadersDone;
+        return processv3();
+    }
+    if (status == kCollectingComment) {
+        if (!p3) p3.emplace(pageIndex, 0, page.offset());
+        page.availableDataForPacketStartingAtIndex(0, complete, next);
+        p3->addPage(page, pageIndex, body, complete, next);
+        if (!complete) return true;
+        status = kHeadersDone;
+        return processv3();
+    }
+    return true;
+}
+
+bool OggTag::processv1() {
+    ByteSpan d = p1->data();
+    const uint64_t at = p1->offset();
+    if (d.size() <= kVorbisSignatureLength) {
+        theTag->logError(kFatal, at, kShortIdentification);
+        return false;
+    }
+    if (testSignature(d, kVorbisIdentification, kVorbisSignatureLength)) {
+        isVorbis = true;
+        sigLength = kVorbisSignatureLength;
+    } else if (testSignature(d, kOpusHead, kOpusSignatureLength)) {
+        isOpus = true;
+        sigLength = kOpusSignatureLength;
+    } else {
+        theTag->logError(kFatal, at, kUnsupportedIdentification);
+        return false;
+    }
+    if (d.size() < (isVorbis ? kVorbisIdentificationSize : kOpusIdentificationSize)) {
+        theTag->logError(kFatal, at, kShortIdentification);
+        return false;
+    }
+    if (isOpus) {
+        // OpusHead must be alone on the first page.
+        if (p1->startPage() != 0 || p1->endPage() != 0 || p1->startSegment() != 0 ||
+            p1->endSegment() != OGGPage::kNoIndex) {
+            theTag->logError(kFatal, at, kOpusHeadAlignment);
+            return false;
+        }
+        channels = d[9];
+        preSkip = le16(d.data() + 10);
+        p1_good = true;
+        return true;
+    }
+    // Vorbis: version (4 bytes), channels, sample rate, three bitrates (kept
+    // under these names in this order), block sizes, framing byte.
+    channels = d[11];
+    sampleRate = le32(d.data() + 12);
+    bitRateMin = le32(d.data() + 16);
+    bitRateNominal = le32(d.data() + 20);
+    bitRateMax = le32(d.data() + 24);
+    VBR = bitRateMin == 0 && bitRateMax == 0 && bitRateNominal != 0;
+    if ((d[29] & 1) == 0) {
+        theTag->logError(kFatal, at, kVorbisFrameBit);
+        return false;
+    }
+    p1_good = true;
+    return true;
+}
+
+bool OggTag::processv3() {
+    const uint64_t at = p3->offset();
+    // OpusTags must begin a page and end one.
+    if (isOpus && (p3->startSegment() != 0 || p3->endSegment() != OGGPage::kNoIndex)) {
+        theTag->logError(kFatal, at, kOpusTagsAlignment);
+        return false;
+    }
+    ByteSpan d = p3->data();
+    if (d.size() < kMinimumCommentPacket) {
+        theTag->logError(kFatal, at, kShortComment);
+        return false;
+    }
+    if (!testSignature(d, isVorbis ? kVorbisComment : kOpusTags, sigLength)) {
+        theTag->logError(kFatal, at, kMissingComment);
+        return false;
+    }
+    // The comment data is what follows the signature, but its size is taken
+    // as the whole packet's; the bytes held are padded with zeros to it.
+    commentSize = d.size();
+    commentData = std::move(p3->mutableData());
+    std::copy(commentData.begin() + sigLength, commentData.end(), commentData.begin());
+    std::fill(commentData.end() - sigLength, commentData.end(), 0);
+    p3_good = true;
+    return true;
+}
+
+void OggTag::endChecks() {
+    if (!p1_good) {
+        theTag->logError(kFatal, 0, kNoIdentification);
+    } else if (!p3_good) {
+        theTag->logError(kFatal, 0, kNoComment);
+    } else if (lastPage) {
+        actualEOF = lastPage->offset() + lastPage->totalSize();
+    }
+}
+
+bool OggTag::testSignature(ByteSpan bytes, const char* pattern, size_t patternLength) {
+    return bytes.size() >= patternLength && std::memcmp(bytes.data(), pattern, patternLength) == 0;
 }
 
 }  // namespace sondrel
