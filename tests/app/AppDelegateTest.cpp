@@ -40,6 +40,10 @@ class AppDelegateTest : public ::testing::Test {
         return data.path() + "/music";
     }
     bool storedBool(const std::string& key) { return Settings::load(config.path()).boolFromKey(key); }
+    void chooseLogPath() {
+        platform.savePanelAnswer = logPath;
+        delegate->promptForPath();
+    }
     void drop(const std::vector<std::string>& paths) {
         ASSERT_TRUE(delegate->dropPaths(paths));
         turn();
@@ -54,31 +58,25 @@ class AppDelegateTest : public ::testing::Test {
     std::unique_ptr<AppDelegate> delegate;
 };
 
-TEST_F(AppDelegateTest, PluralTexts) {
+TEST(AppDelegateStatic, PluralTexts) {
     EXPECT_EQ(AppDelegate::selectionStatus(0, 0), "Drag Files or Folders to the Target");
     EXPECT_EQ(AppDelegate::selectionStatus(1, 0), "1 folder selected");
     EXPECT_EQ(AppDelegate::selectionStatus(3, 0), "3 folders selected");
     EXPECT_EQ(AppDelegate::selectionStatus(0, 1), "1 file selected");
-    EXPECT_EQ(AppDelegate::selectionStatus(0, 0 + 2), "2 files selected");
+    EXPECT_EQ(AppDelegate::selectionStatus(0, 2), "2 files selected");
     EXPECT_EQ(AppDelegate::selectionStatus(1, 2), "1 folder and 2 files selected");
     EXPECT_EQ(AppDelegate::selectionStatus(2, 1), "2 folders and 1 file selected");
     EXPECT_EQ(AppDelegate::doneStatus(1, 1), "1 file scanned. 1 error logged.");
     EXPECT_EQ(AppDelegate::doneStatus(0, 0), "0 files scanned. 0 errors logged.");
-    EXPECT_EQ(AppDelegate::doneStatus(12, 2), "12 files scanned. 2 errors logged.");
-}
-
-TEST_F(AppDelegateTest, LaunchStoresTheDefaultLogPathAndIsIdle) {
-    EXPECT_EQ(Settings::load(config.path()).stringFromKey("LogPath"), "~/Documents/Sondrel.txt");
-    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
-    EXPECT_EQ(delegate->startTitle(), "Start");
-    EXPECT_FALSE(delegate->okToStart());
-    EXPECT_FALSE(delegate->okToReset());
-    EXPECT_FALSE(delegate->running());
 }
 
 TEST_F(AppDelegateTest, DropKeepsFoldersAndAudioFilesOnly) {
+    // Launching stores the default log path and leaves the controller idle.
+    EXPECT_EQ(Settings::load(config.path()).stringFromKey("LogPath"), "~/Documents/Sondrel.txt");
+    EXPECT_EQ(delegate->startTitle(), "Start");
+    EXPECT_FALSE(delegate->okToStart() || delegate->okToReset() || delegate->running());
+
     const std::string text = data.write("notes.txt", std::string("x"));
-    const std::string before = delegate->statusText();
     EXPECT_FALSE(delegate->dropPaths({text}));
     EXPECT_FALSE(
         delegate->dropPaths({data.path() + "/missing.mp3", data.write(".hidden.mp3", std::string("x"))}));
@@ -86,37 +84,30 @@ TEST_F(AppDelegateTest, DropKeepsFoldersAndAudioFilesOnly) {
     EXPECT_FALSE(delegate->dropPaths({data.path() + "/Player.app"}));
     turn();
     EXPECT_EQ(platform.beeps, 3);
-    EXPECT_EQ(delegate->statusText(), before);
+    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
     EXPECT_TRUE(delegate->selection().folders.empty() && delegate->selection().files.empty());
     EXPECT_FALSE(delegate->okToReset());
 
-    const std::string folder = musicFolder();
     const std::string song = data.write("one/Song.MP3", std::string("x"));
-    const std::string other = data.write("two/other.opus", std::string("x"));
-    drop({folder, song, other, text});
+    drop({musicFolder(), song, data.write("two/other.opus", std::string("x")), text});
     EXPECT_EQ(platform.beeps, 3);
     EXPECT_EQ(delegate->statusText(), "1 folder and 2 files selected");
-    EXPECT_TRUE(delegate->okToReset());
-    EXPECT_TRUE(delegate->okToStart());
+    EXPECT_TRUE(delegate->okToReset() && delegate->okToStart());
 
     // Drops accumulate, and a path dropped twice counts once.
     drop({data.path() + "/one/../one", song});
     EXPECT_EQ(delegate->statusText(), "2 folders and 2 files selected");
 
-    delegate->resetSels();
-    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
-    EXPECT_FALSE(delegate->okToReset());
-    EXPECT_FALSE(delegate->okToStart());
-}
-
-TEST_F(AppDelegateTest, StartNeedsALogPath) {
-    drop({musicFolder()});
-    EXPECT_TRUE(delegate->okToStart());
+    // Without a log path there is nothing to start.
     delegate->setLogPathText("");
     EXPECT_FALSE(delegate->okToStart());
     delegate->startCancelHit();
     EXPECT_TRUE(platform.alerts.empty());
     EXPECT_FALSE(delegate->running());
+
+    delegate->resetSels();
+    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
+    EXPECT_FALSE(delegate->okToReset() || delegate->okToStart());
 }
 
 TEST_F(AppDelegateTest, OverwriteQuestionAndItsSuppression) {
@@ -159,39 +150,25 @@ TEST_F(AppDelegateTest, OverwriteQuestionAndItsSuppression) {
     waitForScan();
 }
 
-TEST_F(AppDelegateTest, ChoosingThePathConfirmsItForOneScan) {
-    platform.savePanelAnswer = logPath;
-    delegate->promptForPath();
+TEST_F(AppDelegateTest, ScanRunsToDoneAndClearsTheSelection) {
+    chooseLogPath();
     EXPECT_EQ(platform.savePanelTitles, std::vector<std::string>{"Log File Destination"});
     EXPECT_EQ(delegate->logPathSetting(), logPath);
-    drop({musicFolder()});
-    delegate->startCancelHit();
-    EXPECT_TRUE(platform.alerts.empty());
-    waitForScan();
-    // The next scan asks again (even though the file now exists or not: always).
-    drop({musicFolder()});
-    delegate->startCancelHit();
-    EXPECT_EQ(platform.alerts.size(), 1u);
-    EXPECT_FALSE(delegate->running());
-}
-
-TEST_F(AppDelegateTest, ScanRunsToDoneAndClearsTheSelection) {
-    platform.savePanelAnswer = logPath;
-    delegate->promptForPath();
     EXPECT_FALSE(delegate->okToViewLog());  // no log file yet
     const std::string folder = musicFolder();
     drop({folder});
-    delegate->startCancelHit();
+    delegate->startCancelHit();  // a chosen path is not questioned
 
     // Running: Cancel enabled, View Log and Reset disabled, quitting refused.
+    EXPECT_TRUE(platform.alerts.empty());
     EXPECT_TRUE(delegate->running());
     EXPECT_EQ(delegate->startTitle(), "Cancel");
     EXPECT_TRUE(delegate->okToStart());
-    EXPECT_FALSE(delegate->okToViewLog());
-    EXPECT_FALSE(delegate->okToReset());
+    EXPECT_FALSE(delegate->okToViewLog() || delegate->okToReset());
     EXPECT_FALSE(delegate->applicationShouldTerminate());
     EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
-    delegate->resetSels();  // ignored while running
+    EXPECT_EQ(platform.activitiesBegun, 0);  // a scan holds no activity
+    delegate->resetSels();                   // ignored while running
     EXPECT_EQ(delegate->selection().folders.size(), 1u);
 
     std::vector<std::string> statuses;
@@ -201,17 +178,14 @@ TEST_F(AppDelegateTest, ScanRunsToDoneAndClearsTheSelection) {
 
     const std::string log = readFile(logPath);
     ASSERT_EQ(log.rfind("Sondrel Version ", 0), 0u) << log;
-    uint64_t problems = 0;
-    std::istringstream lines(log);
-    for (std::string line; std::getline(lines, line);)
-        if (line.rfind("    ", 0) == 0) ++problems;
+    uint64_t problems = 0;  // problem lines start with four spaces
+    for (auto at = log.find("\n    "); at != std::string::npos; at = log.find("\n    ", at + 1)) ++problems;
     EXPECT_EQ(delegate->statusText(), AppDelegate::doneStatus(2, problems));
     EXPECT_NE(std::find(statuses.begin(), statuses.end(), "Examining folder " + folder), statuses.end());
 
     // Idle after the scan.
     EXPECT_EQ(delegate->startTitle(), "Start");
-    EXPECT_FALSE(delegate->okToStart());
-    EXPECT_FALSE(delegate->okToReset());
+    EXPECT_FALSE(delegate->okToStart() || delegate->okToReset());
     EXPECT_TRUE(delegate->okToViewLog());
     EXPECT_TRUE(delegate->selection().folders.empty() && delegate->selection().files.empty());
     EXPECT_TRUE(delegate->applicationShouldTerminate());
@@ -219,11 +193,16 @@ TEST_F(AppDelegateTest, ScanRunsToDoneAndClearsTheSelection) {
     delegate->viewLog();
     ASSERT_EQ(platform.logs.size(), 1u);
     EXPECT_EQ(platform.logs[0], log);
+
+    // Choosing confirmed the path for one scan only: the next one asks.
+    drop({folder});
+    delegate->startCancelHit();
+    EXPECT_EQ(platform.alerts.size(), 1u);
+    EXPECT_FALSE(delegate->running());
 }
 
 TEST_F(AppDelegateTest, CancelDisablesTheButtonUntilTheScanStops) {
-    platform.savePanelAnswer = logPath;
-    delegate->promptForPath();
+    chooseLogPath();
     drop({musicFolder()});
     delegate->startCancelHit();
     // The scan waits for its first "Examining folder" status, which the event
@@ -259,25 +238,18 @@ TEST_F(AppDelegateTest, LogOpeningFailureLeavesTheControllerIdle) {
     EXPECT_TRUE(delegate->okToStart());
 }
 
-TEST_F(AppDelegateTest, ViewLogReadsUtf8OrLatin1) {
-    platform.savePanelAnswer = logPath;
+TEST_F(AppDelegateTest, ViewLogMenuAndEncodings) {
+    chooseLogPath();
+    const int other = 0;
+    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));  // no log yet
+    std::ofstream(logPath, std::ios::binary) << "caf\xe9\n";                // not UTF-8
     delegate->promptForPath();
-    std::ofstream(logPath, std::ios::binary) << "caf\xe9\n";  // not UTF-8
+    EXPECT_TRUE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
+    EXPECT_FALSE(delegate->menuItemEnabled(other));
     delegate->viewLog();
     std::ofstream(logPath, std::ios::binary) << "caf\xc3\xa9\n";
     delegate->viewLog();
     EXPECT_EQ(platform.logs, (std::vector<std::string>{"caf\xc3\xa9\n", "caf\xc3\xa9\n"}));
-}
-
-TEST_F(AppDelegateTest, LogViewerMenuEnabling) {
-    platform.savePanelAnswer = logPath;
-    delegate->promptForPath();
-    const int other = 0;
-    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));  // no log yet
-    std::ofstream(logPath) << "x\n";
-    delegate->promptForPath();
-    EXPECT_TRUE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
-    EXPECT_FALSE(delegate->menuItemEnabled(other));
     delegate->setLogViewerRunning(true);
     EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
     EXPECT_TRUE(delegate->menuItemEnabled(other));
@@ -324,19 +296,6 @@ TEST_F(AppDelegateTest, ActivityIsGatedOnTheToolkitVersion) {
     EXPECT_EQ(platform.activitiesEnded, 0);
     delegate->clrActivityMask(1);
     EXPECT_EQ(platform.activitiesEnded, 1);
-    // A scan passes 0: it holds no activity.
-    platform.savePanelAnswer = logPath;
-    delegate->promptForPath();
-    drop({musicFolder()});
-    delegate->startCancelHit();
-    EXPECT_EQ(platform.activitiesBegun, 1);
-    waitForScan();
-}
-
-TEST(AppDelegateStatic, VersionStringNamesTheArchitecture) {
-    const std::string v = AppDelegate::versionString();
-    EXPECT_EQ(v.rfind("Version ", 0), 0u);
-    EXPECT_TRUE(v.ends_with(AppDelegate::isArm64() ? "[ARM64]" : "[x64]")) << v;
 }
 
 }  // namespace

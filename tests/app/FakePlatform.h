@@ -27,12 +27,9 @@ class FakePlatform : public AppPlatform {
     std::vector<std::string> savePanelTitles;
     int version = 2500;
     int activitiesBegun = 0, activitiesEnded = 0;
-    // Answer every alert at once with this button (0: leave it open).
-    int autoAnswer = 0;
 
     void beep() override { ++beeps; }
     void showAlert(const AlertRequest& request, AlertDone done) override {
-        if (autoAnswer) return done(autoAnswer, false);
         alerts.push_back({request, std::move(done)});
     }
     std::optional<std::string> savePanel(const std::string& title, const std::vector<std::string>&,

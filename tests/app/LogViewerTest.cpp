@@ -21,26 +21,22 @@ class LogViewerTest : public ::testing::Test {
     fixtures::TempDir config;
     testing::FakePlatform platform;
     AppDelegate delegate;
-    std::vector<QString> applied;
 };
 
-TEST_F(LogViewerTest, TextGivenBeforeLoadingWaitsAndTheLastOneWins) {
+TEST_F(LogViewerTest, PendingTextAndFontSizeRules) {
+    std::vector<QString> applied;
     LogViewerState state(delegate, [&](const QString& t) { applied.push_back(t); });
     state.setContents("first");
-    state.setContents("second");
+    state.setContents("second");  // the last text before loading wins
     EXPECT_TRUE(applied.empty());
-    EXPECT_EQ(state.pendingContent(), QString("second"));
     EXPECT_TRUE(state.windowDidLoad());
     EXPECT_FALSE(state.windowDidLoad());  // the set-up runs once
-    EXPECT_EQ(applied, std::vector<QString>{"second"});
     EXPECT_FALSE(state.pendingContent());
     state.setContents("third");
     EXPECT_EQ(applied, (std::vector<QString>{"second", "third"}));
     EXPECT_FALSE(state.pendingContent());
-}
 
-TEST_F(LogViewerTest, SmallerStopsAtNineBiggerHasNoLimit) {
-    LogViewerState state(delegate, [](const QString&) {});
+    // Smaller stops at 9 (a size already below stays), Bigger has no limit.
     EXPECT_EQ(state.fontSize(), 12);  // the shipped default
     delegate.storeInteger("LogFixedFontSize", 10);
     EXPECT_EQ(state.smaller(), 9);
@@ -48,7 +44,7 @@ TEST_F(LogViewerTest, SmallerStopsAtNineBiggerHasNoLimit) {
     EXPECT_EQ(storedSize(), 9);
     EXPECT_EQ(state.bigger(), 10);
     EXPECT_EQ(storedSize(), 10);
-    delegate.storeInteger("LogFixedFontSize", 5);  // below the floor stays where it is
+    delegate.storeInteger("LogFixedFontSize", 5);
     EXPECT_EQ(state.smaller(), 5);
     delegate.storeInteger("LogFixedFontSize", 400);
     EXPECT_EQ(state.bigger(), 401);

@@ -11,14 +11,11 @@
 namespace sondrel::app {
 namespace {
 
-TEST(ScreenClamp, EdgesStopAtTheAvailableArea) {
+TEST(ScreenClamp, EdgesStopAtTheAvailableAreaAndDragFollowsTheMouse) {
     const QRect area(0, 30, 1000, 700);  // a panel takes the top 30 pixels
     const QSize size(400, 200);
     EXPECT_EQ(ScreenClamp::clampOrigin({100, 100}, size, area), QPoint(100, 100));
-    EXPECT_EQ(ScreenClamp::clampOrigin({-50, 100}, size, area), QPoint(0, 100));
-    EXPECT_EQ(ScreenClamp::clampOrigin({700, 100}, size, area), QPoint(600, 100));
-    EXPECT_EQ(ScreenClamp::clampOrigin({100, 0}, size, area), QPoint(100, 30));
-    EXPECT_EQ(ScreenClamp::clampOrigin({100, 600}, size, area), QPoint(100, 530));
+    EXPECT_EQ(ScreenClamp::clampOrigin({-50, 600}, size, area), QPoint(0, 530));
     EXPECT_EQ(ScreenClamp::clampOrigin({2000, -2000}, size, area), QPoint(600, 30));
     // Exactly at the edges is inside.
     EXPECT_EQ(ScreenClamp::clampOrigin({600, 530}, size, area), QPoint(600, 530));
@@ -26,9 +23,6 @@ TEST(ScreenClamp, EdgesStopAtTheAvailableArea) {
     EXPECT_EQ(ScreenClamp::clampOrigin({300, 300}, QSize(1200, 900), area), QPoint(0, 30));
     // A second screen to the left of the first (negative coordinates).
     EXPECT_EQ(ScreenClamp::clampOrigin({-100, 0}, size, QRect(-1280, 0, 1280, 1024)), QPoint(-400, 0));
-}
-
-TEST(ScreenClamp, DragMovesByTheMouseTravel) {
     // Pressed at (10, 5) in a window at (100, 100); the mouse is now at (250, 80).
     EXPECT_EQ(ScreenClamp::dragOrigin({100, 100}, {10, 5}, {250, 80}), QPoint(240, 75));
 }
