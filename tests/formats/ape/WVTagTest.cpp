@@ -6,8 +6,6 @@
 #include <cstdio>
 #include <string>
 
-#include "core/FileHandle.h"
-#include "formats/ape/WVTag.h"
 #include "tests/fixtures/ApeBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
 
@@ -138,22 +136,6 @@ TEST(WVTag, EndOfStreamSearch) {
         {"not final at the end", lastHeaderAt(11968, Spec().flags(kRate)), invalid + kNoAudioInfo},
         {"marker in the last 31 bytes", cut, invalid},
     });
-}
-
-TEST(WVTag, SpanForMarker) {
-    Bytes data(30000, 0);
-    std::copy_n("wvpk", 4, data.begin() + 10238);  // across the first stretch's end
-    std::copy_n("wvpk", 4, data.begin() + 25000);
-    auto handle = FileHandle::fromMemory(data);
-    auto span = [&](uint64_t start, uint64_t stop) {
-        return WVTag::spanForMarker(*handle, reinterpret_cast<const uint8_t*>("wvpk"), 4, start, stop);
-    };
-    EXPECT_EQ(span(0, 30000), 10238u);
-    EXPECT_EQ(span(10239, 30000), 25000u);
-    EXPECT_EQ(span(10239, 25003), FileHandle::kNotFound);
-    EXPECT_EQ(span(10239, 25004), 25000u);
-    // A stop past the end of the file makes the last stretch's read fail.
-    EXPECT_EQ(span(20000, 30001), FileHandle::kNotFound);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "tests/formats/mp4/M4ATestSupport.h"
 
 namespace sondrel {
@@ -112,9 +114,8 @@ TEST(M4AItems, DecoderFaults) {
                             container(rdnsFile, "----", "---- (A) (com.apple.iTunes) has format errors", 2));
     const TagItem* item = mood.tag->item(32);
     ASSERT_NE(item, nullptr);
-    EXPECT_EQ(item->value, "happy");
-    EXPECT_EQ(item->fourCC, fourcc("----"));
-    EXPECT_EQ(item->offset, offsetOf(rdnsFile, "----"));
+    EXPECT_EQ(std::tuple(item->value, item->fourCC, item->offset),
+              std::tuple("happy", fourcc("----"), offsetOf(rdnsFile, "----")));
 }
 
 TEST(M4AItems, TextItemsAreStoredWithTheirTypeAndOffset) {
@@ -125,10 +126,8 @@ TEST(M4AItems, TextItemsAreStoredWithTheirTypeAndOffset) {
     EXPECT_EQ(c.log, "");
     const TagItem* title = c.tag->item(field::Title);
     ASSERT_NE(title, nullptr);
-    EXPECT_EQ(title->value, "Song");
-    EXPECT_EQ(title->fourCC, fourcc("\251nam"));
-    EXPECT_EQ(title->offset, offsetOf(file, kNam));
-    EXPECT_EQ(title->count, 2u);
+    EXPECT_EQ(std::tuple(title->value, title->fourCC, title->offset, title->count),
+              std::tuple("Song", fourcc("\251nam"), offsetOf(file, kNam), 2u));
     EXPECT_EQ(c.tag->item(field::Comments), nullptr);
     EXPECT_EQ(c.tag->item(field::Owner)->value, "someone@example.com");
     EXPECT_EQ(c.tag->values().size(), 3u);
@@ -151,9 +150,8 @@ TEST(M4AItems, ReverseDNSNamesChooseFieldOrUserTextOrNothing) {
     ASSERT_TRUE(user->items);
     ASSERT_EQ(user->items->size(), 2u);
     const TagItem& note = (*user->items)[0];
-    EXPECT_EQ(note.desc, "My Note");
-    EXPECT_EQ(note.value, "kept");
-    EXPECT_EQ(note.offset, offsetOf(file, "----", 1));
+    EXPECT_EQ(std::tuple(note.desc, note.value, note.offset),
+              std::tuple("My Note", "kept", offsetOf(file, "----", 1)));
     EXPECT_EQ((*user->items)[1].desc, "Shouting");
 }
 
