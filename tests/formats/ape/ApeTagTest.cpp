@@ -101,15 +101,9 @@ TEST(ApeTag, LeadingID3v2Tag) {
     v231[4] = 1;
     v231[5] = 0;
     const Bytes frame = ByteBuilder().str("TIT2").be32(9).be16(0).u8(0).str("MAC Song").take();
-    const Bytes id3 = ByteBuilder()
-                          .str("ID3")
-                          .u8(3)
-                          .u8(0)
-                          .u8(0)
-                          .synchsafe32(uint32_t(frame.size() + 20))
-                          .bytes(frame)
-                          .zeros(20)
-                          .take();
+    ByteBuilder id3b;
+    id3b.str("ID3").u8(3).u8(0).u8(0).synchsafe32(uint32_t(frame.size() + 20)).bytes(frame).zeros(20);
+    const Bytes id3 = id3b.take();
     const uint64_t mac = id3.size() + 5;
     const uint64_t items = mac + macHeaderOld(3970, false).size() + 100;
     runCases({

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <string>
 
-#include "core/ImageValidator.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/FlacBuilder.h"
 
@@ -32,7 +31,6 @@ TEST(FlacTag, WalkAndStreamInfoFaults) {
     const Bytes badComment = flacBlock(kFlacVorbisComment, vorbisComments("v", {"NOEQUALS"}));
     const uint64_t afterComment = 4 + 38 + badComment.size();
     const Bytes image = ByteBuilder().str("not really an image").take();
-    const auto verdict = ImageValidator::validateImage(image.data(), image.size(), "image/png");
     struct Case {
         const char* name;
         Bytes file;
@@ -70,7 +68,7 @@ TEST(FlacTag, WalkAndStreamInfoFaults) {
          line(46, "Framing", "Artwork block mime type cannot be represented as ASCII")},
         {"picture data to image check",
          flacFile({flacBlock(kFlacPicture, pictureData(3, "image/png", "", image))}),
-         verdict ? line(46, "Framing", *verdict) : ""},
+         line(46, "Framing", "Artwork data cannot be represented as an image")},
         // Behind an ID3 tag the marker is searched for (here straddling the
         // first two 10240-byte blocks of the search); the ID3 notice stops the
         // comment checks but not the walk.

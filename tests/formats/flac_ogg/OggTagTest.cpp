@@ -56,13 +56,15 @@ const Page kVorbisHead{{vorbisIdentification()}, {.flags = 2}};
 const Page kOpusHead{{opusHead()}, {.flags = 2}};
 const Page kAudioEnd{{audioPacket()}, {.flags = 4}};
 const std::vector<std::string> kBad{"NOEQUALS"};
+const Page kBadComment{{vorbisCommentPacket("v", kBad)}};
+const Page kEmptyCommentEnd{{vorbisCommentPacket("v", {})}, {.flags = 4}};
 
 // Page faults and CRC errors suppress the comment checks; data after the
 // end-of-stream page is tolerated, before it not; further streams are refused.
 TEST(OggTag, PageWalk) {
     const uint64_t second = ogg({kVorbisHead}).size();
-    const uint64_t third = second + ogg({{{vorbisCommentPacket("v", kBad)}}}).size();
-    const uint64_t afterEnd = second + ogg({{{vorbisCommentPacket("v", {})}}}).size();
+    const uint64_t third = ogg({kVorbisHead, kBadComment}).size();
+    const uint64_t afterEnd = ogg({kVorbisHead, kEmptyCommentEnd}).size();
     const Bytes clean = vorbisStream();
     Bytes cutLacing(clean.begin(), clean.begin() + second + 27);  // more segments claimed than left
     cutLacing[second + 26] = 200;
@@ -76,10 +78,7 @@ TEST(OggTag, PageWalk) {
         {"clean .oga", clean, "", "x.oga"},
         {"41 bytes", Bytes(41, 0), line(0, "Fatal", "Invalid file size for FLAC file")},
         {"comment reported", vorbisStream(kBad), line(13, "Tag", "Missing = in FLAC Comment")},
-        {"page fault",
-         ogg({{{vorbisIdentification()}, {.flags = 2, .sequence = 1}},
-              {{vorbisCommentPacket("v", kBad)}},
-              kAudioEnd}),
+        {"page fault", ogg({{{vorbisIdentification()}, {.flags = 2, .sequence = 1}}, kBadComment, kAudioEnd}),
          line(0, "Container", "Page fault")},
         {"CRC error",
          ogg({kVorbisHead,
@@ -90,23 +89,18 @@ TEST(OggTag, PageWalk) {
         {"text after the end", ByteBuilder(clean).str("this is not an Ogg page, just trailing text").take(),
          ""},
         {"short tail after the end", ByteBuilder(clean).zeros(10).take(), ""},
-        {"junk before the end",
-         ByteBuilder(ogg({kVorbisHead, {{vorbisCommentPacket("v", kBad)}}})).bytes(Bytes(40, 'j')).take(),
+        {"junk before the end", ByteBuilder(ogg({kVorbisHead, kBadComment})).bytes(Bytes(40, 'j')).take(),
          line(third, "Fatal", "Invalid page marker")},
         // Too short for a page header, and no end-of-stream flag: silent.
         {"short tail, no end",
          ByteBuilder(ogg({kVorbisHead, {{vorbisCommentPacket("v", {"A=b"})}}})).bytes(Bytes(26, 'j')).take(),
          ""},
         // Same serial after the end: reported and still walked.
-        {"page after the end",
-         ogg({kVorbisHead,
-              {{vorbisCommentPacket("v", {})}, {.flags = 4}},
-              {{audioPacket()}, {.corruptCRC = true}}}),
+        {"page after the end", ogg({kVorbisHead, kEmptyCommentEnd, {{audioPacket()}, {.corruptCRC = true}}}),
          otherStream + line(afterEnd, "Container", "CRC error")},
         // A chained stream with another serial: reported twice, walk ends.
         {"chained stream",
-         concat({ogg({kVorbisHead, {{vorbisCommentPacket("v", {})}, {.flags = 4}}}),
-                 ogg({kVorbisHead, {{vorbisCommentPacket("v", {})}, {.flags = 4}}}, 0xBEEF)}),
+         concat({ogg({kVorbisHead, kEmptyCommentEnd}), ogg({kVorbisHead, kEmptyCommentEnd}, 0xBEEF)}),
          otherStream + otherStream},
         {"other serial before the end", ogg({kVorbisHead, {{vorbisCommentPacket("v", {})}, {.serial = 77}}}),
          line(second, "Fatal", "Ogg files with multiple streams not supported")},
@@ -116,9 +110,7 @@ TEST(OggTag, PageWalk) {
 }
 
 TEST(OggTag, IdentificationAndCommentPackets) {
-    auto single = [](const Bytes& packet) {
-        return ogg({{{packet}, {.flags = 2}}, {{vorbisCommentPacket("v", {})}, {.flags = 4}}});
-    };
+    auto single = [](const Bytes& packet) { return ogg({{{packet}, {.flags = 2}}, kEmptyCommentEnd}); };
     const std::string noId = line(0, "Fatal", kNoIdentification);
     const std::string noComment = line(0, "Fatal", kNoComment);
     const std::string insufficient = line(0, "Fatal", "Insufficient data for Ogg identification packet");

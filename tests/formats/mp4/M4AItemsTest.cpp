@@ -63,11 +63,7 @@ TEST(M4AItems, DecoderFaults) {
     // picture would have a negative length. Either way the item list stops.
     const Bytes coverAtEnd = afterMdat({box("covr", {atom64("data", {})})});
     const Bytes coverInside = afterMdat({box("covr", {atom64("data", {})}), textItem(kNam, "x")});
-    struct Case {
-        const char* name;
-        Bytes file;
-        std::string expected;
-    } cases[] = {
+    const std::vector<LogCase> cases = {
         {"accepted qualifiers", good, ""},
         {"refused qualifiers", bad,
          container(bad, kNam, "'\xC2\xA9nam'" + qualifier) + container(bad, "desc", "'desc'" + qualifier) +
@@ -96,10 +92,7 @@ TEST(M4AItems, DecoderFaults) {
         {"artwork header at the end", coverAtEnd, line(offsetOf(coverAtEnd, "data"), "File", "Read error")},
         {"artwork header inside", coverInside, line(offsetOf(coverInside, "data"), "File", "Read error")},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(check(c.file).log, c.expected);
-    }
+    expectLogs(cases);
     EXPECT_EQ(check(good).tag->item(field::Genre)->value, "Rock");
     EXPECT_EQ(check(notUTF8).tag->item(field::Title), nullptr);
     EXPECT_EQ(check(coverInside).tag->item(field::Title), nullptr);

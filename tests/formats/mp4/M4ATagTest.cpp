@@ -43,11 +43,7 @@ TEST(M4ATag, TopLevelAtomsAndTracks) {
     // A decoder configuration that is not where the descriptor says.
     ByteBuilder odd(soundFields(2, 44100));
     odd.bytes(fullBox("esds", ByteBuilder().u8(3).u8(20).be16(0).u8(0).u8(9).zeros(20).take()));
-    struct Case {
-        const char* name;
-        Bytes file;
-        std::string expected;
-    } cases[] = {
+    const std::vector<LogCase> cases = {
         {"11 bytes", Bytes(11, 0), line(0, "Fatal", "Insufficient data to represent audio format")},
         {"lone ftyp", atom("ftyp", {0, 0, 0, 0}),
          line(0, "Fatal", "file is missing moov atom") +
@@ -74,10 +70,7 @@ TEST(M4ATag, TopLevelAtomsAndTracks) {
         {"odd esds", m4aFile({}, {soundTrack(atom("mp4a", odd.take()))}),
          line(0, "Fatal", "No audio track located")},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(check(c.file).log, c.expected);
-    }
+    expectLogs(cases);
     // A video-only file passes, with frame information marked present.
     Checked video = check(m4aFile({}, {trak("vide")}), {}, "a.m4v");
     EXPECT_EQ(video.log, "");
