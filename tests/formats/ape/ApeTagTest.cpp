@@ -11,14 +11,7 @@
 namespace sondrel {
 namespace {
 
-using fixtures::apeItem;
-using fixtures::apeTag;
-using fixtures::ApeTagSpec;
-using fixtures::ByteBuilder;
-using fixtures::concat;
-using fixtures::macHeaderNew;
-using fixtures::macHeaderOld;
-using fixtures::problemsFor;
+using namespace fixtures;
 
 std::string line(uint64_t offset, const char* category, const std::string& message) {
     char buf[64];
@@ -30,23 +23,28 @@ Bytes truncated(Bytes b, size_t n) {
     b.resize(n);
     return b;
 }
-
-// A file of 41 bytes is too small for the marker and tag steps; the stream
-// header is still read, and the new layout's 68-byte read fails.
-TEST(ApeTag, FileSizeBoundaryAt42Bytes) {
-    const Bytes header = macHeaderNew();
-    EXPECT_EQ(problemsFor("x.ape", truncated(header, 41)),
-              line(0, "File", "Invalid file size for APE file") + line(0, "File", "Read error") +
-                  line(0, "File", "Cannot extract file properties"));
-    EXPECT_EQ(problemsFor("x.ape", truncated(header, 42)),
-              line(0, "File", "Read error") + line(0, "File", "Cannot extract file properties"));
-    EXPECT_EQ(problemsFor("x.ape", Bytes{'M', 'A', 'C'}),
-              line(0, "File", "Invalid file size for APE file") + line(0, "File", "Read error"));
+Bytes tagWith(std::vector<Bytes> items) {
+    return apeTag(ApeTagSpec().items(items));
 }
 
+struct Case {
+    const char* name;
+    Bytes file;
+    std::string expected;
+};
+void runCases(const std::vector<Case>& cases) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(problemsFor("x.ape", c.file), c.expected);
+    }
+}
+
+const std::string kReadError = line(0, "File", "Read error");
+const std::string kNoProperties = line(0, "File", "Cannot extract file properties");
+const std::string kNoAudioProperties = line(0, "File", "Cannot determine audio properties");
+
 TEST(ApeTag, BothHeaderLayoutsWithAnApeV2TagAreClean) {
-    const Bytes tag =
-        apeTag(ApeTagSpec().items({apeItem("Title", "Song"), apeItem("Artist", "Bj\xc3\xb6rk")}));
+    const Bytes tag = tagWith({apeItem("Title", "Song"), apeItem("Artist", "Bj\xc3\xb6rk")});
     const Bytes headed =
         apeTag(ApeTagSpec().items({apeItem("Title", "Song")}).headerFlag(true).writeHeader(true));
     for (const Bytes& stream :
@@ -58,178 +56,144 @@ TEST(ApeTag, BothHeaderLayoutsWithAnApeV2TagAreClean) {
     }
 }
 
-TEST(ApeTag, StreamHeaderLayouts) {
-    // Old layout without the WAVE header: reported, but the header counts as read.
-    EXPECT_EQ(problemsFor("x.ape", concat({macHeaderOld(3979, false), Bytes(100, 0)})),
-              line(0, "File", "Cannot determine audio properties"));
-    // Old layout cut inside the WAVE header.
-    EXPECT_EQ(problemsFor("x.ape", truncated(concat({macHeaderOld(3970)}), 60)),
-              line(0, "File", "Read error") + line(0, "File", "Cannot extract file properties"));
-    // New layout: a descriptor length other than 52 is an absolute offset of
-    // 24 more bytes, readable here ...
-    EXPECT_EQ(problemsFor("x.ape", concat({macHeaderNew(3990, 100), Bytes(100, 0)})), "");
-    // ... and past the end of this short file.
-    EXPECT_EQ(problemsFor("x.ape", concat({macHeaderNew(3990, 170), Bytes(100, 0)})),
-              line(0, "File", "Read error") + line(0, "File", "Cannot extract file properties"));
-    // The offset does not count from the stream header (which starts at 100 here).
-    EXPECT_EQ(problemsFor("x.ape", concat({Bytes(100, 0), macHeaderNew(3990, 170), Bytes(20, 0)})), "");
+// File size, the marker search and the stream header layouts; the stream
+// header offsets count from where the marker was found.
+TEST(ApeTag, StreamHeader) {
+    const Bytes keyless = tagWith({apeItem("", "x")});
+    runCases({
+        // 41 bytes are too small for the marker and tag steps; the stream
+        // header is still read, and the new layout's 68-byte read fails.
+        {"41 bytes", truncated(macHeaderNew(), 41),
+         line(0, "File", "Invalid file size for APE file") + kReadError + kNoProperties},
+        {"42 bytes", truncated(macHeaderNew(), 42), kReadError + kNoProperties},
+        {"3 bytes", Bytes{'M', 'A', 'C'}, line(0, "File", "Invalid file size for APE file") + kReadError},
+        // Old layout without the WAVE header: reported, but counted as read.
+        {"old, no WAVE header", concat({macHeaderOld(3979, false), Bytes(100, 0)}), kNoAudioProperties},
+        {"old, cut in the WAVE header", truncated(macHeaderOld(3970), 60), kReadError + kNoProperties},
+        // New layout: a descriptor length other than 52 is an absolute offset
+        // of 24 more bytes, readable or not, never counted from the marker.
+        {"descriptor readable", concat({macHeaderNew(3990, 100), Bytes(100, 0)}), ""},
+        {"descriptor past the end", concat({macHeaderNew(3990, 170), Bytes(100, 0)}),
+         kReadError + kNoProperties},
+        {"descriptor absolute", concat({Bytes(100, 0), macHeaderNew(3990, 170), Bytes(20, 0)}), ""},
+        // The marker across the first 10240-byte block of the search.
+        {"marker searched", concat({Bytes(10238, 0x11), macHeaderOld(3970, false), Bytes(50, 0)}),
+         line(10238, "File", "Cannot determine audio properties")},
+        {"marker behind 'M's", concat({Bytes(7, 'M'), macHeaderNew(), keyless}),
+         line(7 + 80, "File", "Tag Item key is empty")},
+        // No marker: the ID3v1 and tag steps are skipped; the stream header is
+        // read at 0 (version 0 here, so the old layout).
+        {"no marker", concat({Bytes(100, 0), keyless, id3v1Tag()}),
+         line(0, "File", "Missing 'MAC ' header") + kNoAudioProperties},
+    });
 }
 
-// The marker is searched for when the file does not start with it; the
-// stream header offsets then count from where it was found.
-TEST(ApeTag, MarkerFoundBySearchOrMissing) {
-    const Bytes junk(10238, 0x11);  // puts the marker across the first 10240-byte block
-    EXPECT_EQ(problemsFor("x.ape", concat({junk, macHeaderOld(3970, false), Bytes(50, 0)})),
-              line(10238, "File", "Cannot determine audio properties"));
-    EXPECT_EQ(problemsFor("x.ape", concat({Bytes(7, 'M'), macHeaderNew(),
-                                           apeTag(ApeTagSpec().items({apeItem("", "x")}))})),
-              line(7 + 80, "File", "Tag Item key is empty"));
-
-    // No marker: the ID3v1 and tag steps are skipped; the stream header is
-    // read at 0 (version 0 here, so the old layout).
-    const Bytes noMarker =
-        concat({Bytes(100, 0), apeTag(ApeTagSpec().items({apeItem("", "x")})), fixtures::id3v1Tag()});
-    EXPECT_EQ(problemsFor("x.ape", noMarker), line(0, "File", "Missing 'MAC ' header") +
-                                                  line(0, "File", "Cannot determine audio properties"));
-}
-
-// With an ID3v1 tag in the last 128 bytes the footer is looked for 160
-// bytes from the end. The ID3v1 tag is noted whatever the settings say.
-TEST(ApeTag, ID3v1MovesTheFooter) {
-    const Bytes stream = concat({macHeaderNew(), Bytes(100, 0)});
-    const Bytes tag = apeTag(ApeTagSpec().items({apeItem("Title", "x"), apeItem("", "y")}));
-    const Bytes file = concat({stream, tag, fixtures::id3v1Tag()});
-    const uint64_t v1 = file.size() - 128;
-    const uint64_t secondItem = stream.size() + apeItem("Title", "x").size();
-    EXPECT_EQ(problemsFor("x.ape", file),
-              line(v1, "File", "Contains an ID3V1 tag") + line(secondItem, "File", "Tag Item key is empty"));
-}
-
-// Footer, header probe or item area before the start of the file.
-TEST(ApeTag, TagReadsOutsideTheFileAreReadErrors) {
-    const Bytes stream = macHeaderNew();
-    // ID3v1 in a file shorter than 160 bytes: the footer offset wraps.
-    const Bytes withV1 = concat({truncated(stream, 12), fixtures::id3v1Tag()});
-    EXPECT_EQ(problemsFor("x.ape", withV1),
-              line(withV1.size() - 128, "File", "Contains an ID3V1 tag") + line(0, "File", "Read error"));
-    // An item area larger than the file.
-    EXPECT_EQ(
-        problemsFor("x.ape", concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(1000))})),
-        line(0, "File", "Read error"));
-    // A tag size below 32 makes a negative item-area size.
-    EXPECT_EQ(
-        problemsFor("x.ape", concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(8))})),
-        line(0, "File", "Read error"));
-    // The header probe 32 bytes before a footer that starts at 10.
-    const Bytes tiny = concat({truncated(stream, 10), apeTag(ApeTagSpec().headerFlag(true))});
-    EXPECT_EQ(problemsFor("x.ape", tiny), line(0, "File", "Read error") + line(0, "File", "Read error") +
-                                              line(0, "File", "Cannot extract file properties"));
-}
-
-TEST(ApeTag, ItemKindsAndArtwork) {
-    const Bytes stream = concat({macHeaderNew(), Bytes(20, 0)});
-    const Bytes noPrefix = {0xFF, 0xD8, 0xFF, 0xE0, 'J', 'F', 'I', 'F'};
-    const Bytes withPrefix = concat({Bytes{'a', '.', 'j', 'p', 'g', 0}, noPrefix});
-    const Bytes cover = apeItem("Cover Art (front)", noPrefix, fixtures::kItemBinary);
-    // APEv2: binary covers need the file-name prefix; the key match ignores case.
-    const Bytes v2 = apeTag(ApeTagSpec().items(
-        {cover, apeItem("artwork-BACK", noPrefix, fixtures::kItemBinary),
-         apeItem("COVER ART (FRONT)", withPrefix, fixtures::kItemBinary),
-         apeItem("Cover Art (back)", noPrefix, fixtures::kItemBinary),
-         apeItem("Cover Art (front)", noPrefix, fixtures::kItemExternal),
-         apeItem("Cover Art (front)", noPrefix, fixtures::kItemBinary | fixtures::kItemReadOnly),
-         apeItem("Comment", Bytes{0xC3, 0x28, 0xFF})}));
-    const uint64_t base = stream.size();
-    EXPECT_EQ(problemsFor("x.ape", concat({stream, v2})),
-              line(base, "Tag", "Artwork item is missing data prefix") +
-                  line(base + cover.size(), "Tag", "Artwork item is missing data prefix"));
-    // APEv1: flags are ignored, every value is text; the walk goes on to the next item.
-    const Bytes v1 = apeTag(ApeTagSpec().version(fixtures::kApeV1).items({cover, apeItem("", "x")}));
-    EXPECT_EQ(problemsFor("x.ape", concat({stream, v1})),
-              line(base + cover.size(), "File", "Tag Item key is empty"));
-}
-
-TEST(ApeTag, ItemKeys) {
-    const Bytes stream = concat({macHeaderNew(), Bytes(20, 0)});
-    const uint64_t base = stream.size();
-    const std::vector<Bytes> items = {apeItem("", "a"), apeItem("Caf\xe9", "b"), apeItem("\x01\x7f", "c"),
-                                      apeItem("\tTitle", "d"), apeItem("", "e")};
-    std::string expected;
-    const char* messages[] = {"Tag Item key is empty", "Tag Item key is empty", "Tag Item key is invalid",
-                              nullptr, "Tag Item key is empty"};
-    uint64_t at = base;
-    for (size_t i = 0; i < items.size(); ++i) {
-        if (messages[i]) expected += line(at, "File", messages[i]);
-        at += items[i].size();
-    }
-    EXPECT_EQ(problemsFor("x.ape", concat({stream, apeTag(ApeTagSpec().items(items))})), expected);
-    // With a count of 0 nothing is examined.
-    EXPECT_EQ(problemsFor("x.ape", concat({stream, apeTag(ApeTagSpec().items(items).count(0))})), "");
-}
-
-TEST(ApeTag, ItemAreaOverflows) {
-    const Bytes stream = concat({macHeaderNew(), Bytes(20, 0)});
-    const uint64_t base = stream.size();
-    const Bytes title = apeItem("Title", "Song");
-    auto check = [&](const Bytes& area, uint32_t count) {
-        return problemsFor("x.ape", concat({stream, apeTag(ApeTagSpec().items({area}).count(count))}));
-    };
-    // A count larger than the items: ends quietly at the end of the area ...
-    EXPECT_EQ(check(title, 5), "");
-    // ... or with an overflow when fewer than 8 bytes remain.
-    EXPECT_EQ(check(concat({title, Bytes(7, 0)}), 5),
-              line(base + title.size(), "File", "Tag Item overflows"));
-    // Trailing bytes after the counted items are not examined.
-    EXPECT_EQ(check(concat({title, Bytes(7, 0)}), 1), "");
-    // Value size beyond the area (measured from the flags field).
-    EXPECT_EQ(check(ByteBuilder().le32(0xFFFFFFF0).le32(0).str("K").u8(0).take(), 1),
-              line(base, "File", "Tag Item overflows"));
-    EXPECT_EQ(check(ByteBuilder().le32(10).le32(0).str("ab").u8(0).zeros(5).take(), 1),
-              line(base, "File", "Tag Item overflows"));
-    // Keys that run to the end of the area, or start there.
-    EXPECT_EQ(check(ByteBuilder().le32(0).le32(0).str("Title").take(), 1),
-              line(base, "File", "Tag Item key name not terminated"));
-    EXPECT_EQ(check(concat({title, ByteBuilder().le32(0).le32(0).take()}), 2),
-              line(base + title.size(), "File", "Tag Item key name not terminated"));
-}
-
-// A leading ID3v2 tag that the reader refuses stops the marker search; the
-// stream header is then read at 0 (the ID3 header's bytes 4-5 as a version).
-TEST(ApeTag, RefusedLeadingID3v2Tag) {
-    // Bytes 8-11 then read as a descriptor length of 52.
-    const Bytes id3 = ByteBuilder().str("ID3").u8(3).u8(0).u8(0xFF).bytes({0, 0, 0x34, 0}).zeros(16).take();
-    const Bytes file = concat({id3, macHeaderNew(), apeTag(ApeTagSpec().items({apeItem("", "x")}))});
-    EXPECT_EQ(problemsFor("x.ape", file), line(0, "File", "Error extracting ID3v2 tag"));
-    // Refused with the reader's own message; revision 1 and flags 0 read as version 1.
-    Bytes v231 = file;
+// A leading ID3v2 tag: refused, it stops the marker search and the stream
+// header is read at 0 (the ID3 header's bytes 4-5 as a version, bytes 8-11
+// as a descriptor length of 52); accepted, it is read into the record and the
+// stream is searched for behind it, its own bytes never taken for "MAC ".
+TEST(ApeTag, LeadingID3v2Tag) {
+    const Bytes keyless = tagWith({apeItem("", "x")});
+    const Bytes refused =
+        concat({ByteBuilder().str("ID3").u8(3).u8(0).u8(0xFF).bytes({0, 0, 0x34, 0}).zeros(16).take(),
+                macHeaderNew(), keyless});
+    Bytes v231 = refused;  // revision 1 and flags 0 read as version 1
     v231[4] = 1;
     v231[5] = 0;
-    EXPECT_EQ(problemsFor("x.ape", v231), line(0, "Framing", "Invalid ID3 version 2.3.1") +
-                                              line(0, "File", "Error extracting ID3v2 tag") +
-                                              line(0, "File", "Cannot determine audio properties"));
+    const Bytes frame = ByteBuilder().str("TIT2").be32(9).be16(0).u8(0).str("MAC Song").take();
+    ByteBuilder id3b;
+    id3b.str("ID3").u8(3).u8(0).u8(0).synchsafe32(uint32_t(frame.size() + 20)).bytes(frame).zeros(20);
+    const Bytes id3 = id3b.take();
+    const uint64_t mac = id3.size() + 5;
+    const uint64_t items = mac + macHeaderOld(3970, false).size() + 100;
+    runCases({
+        {"refused", refused, line(0, "File", "Error extracting ID3v2 tag")},
+        {"refused 2.3.1", v231,
+         line(0, "Framing", "Invalid ID3 version 2.3.1") + line(0, "File", "Error extracting ID3v2 tag") +
+             kNoAudioProperties},
+        {"accepted", concat({id3, Bytes(5, 0), macHeaderOld(3970, false), Bytes(100, 0), keyless}),
+         line(0, "File", "File contains an ID3v2 tag") +
+             line(mac, "File", "Cannot determine audio properties") +
+             line(items, "File", "Tag Item key is empty")},
+    });
 }
 
-// An accepted tag is read into the record; the stream is searched for from
-// the end of the tag, and the tag's own bytes are never taken for "MAC ".
-TEST(ApeTag, AcceptedLeadingID3v2Tag) {
-    const Bytes frame = ByteBuilder().str("TIT2").be32(9).be16(0).u8(0).str("MAC Song").take();
-    const Bytes id3 = ByteBuilder()
-                          .str("ID3")
-                          .u8(3)
-                          .u8(0)
-                          .u8(0)
-                          .synchsafe32(uint32_t(frame.size() + 20))
-                          .bytes(frame)
-                          .zeros(20)
-                          .take();
-    const Bytes junk(5, 0);
-    const Bytes file = concat({id3, junk, macHeaderOld(3970, false), Bytes(100, 0),
-                               apeTag(ApeTagSpec().items({apeItem("", "x")}))});
-    const uint64_t mac = id3.size() + junk.size();
-    const uint64_t items = mac + macHeaderOld(3970, false).size() + 100;
-    EXPECT_EQ(problemsFor("x.ape", file), line(0, "File", "File contains an ID3v2 tag") +
-                                              line(mac, "File", "Cannot determine audio properties") +
-                                              line(items, "File", "Tag Item key is empty"));
+// The footer and its reads. With an ID3v1 tag in the last 128 bytes the
+// footer is looked for 160 bytes from the end; the ID3v1 tag is noted
+// whatever the settings say. Reads before the start of the file fail.
+TEST(ApeTag, FooterAndTagReads) {
+    const Bytes stream = macHeaderNew();
+    const Bytes body = concat({stream, Bytes(100, 0)});
+    const Bytes withV1 = concat({body, tagWith({apeItem("Title", "x"), apeItem("", "y")}), id3v1Tag()});
+    const Bytes shortV1 = concat({truncated(stream, 12), id3v1Tag()});
+    runCases({
+        {"ID3v1 moves the footer", withV1,
+         line(withV1.size() - 128, "File", "Contains an ID3V1 tag") +
+             line(body.size() + apeItem("Title", "x").size(), "File", "Tag Item key is empty")},
+        // Shorter than 160 bytes: the footer offset wraps.
+        {"ID3v1 in a tiny file", shortV1,
+         line(shortV1.size() - 128, "File", "Contains an ID3V1 tag") + kReadError},
+        {"item area larger than the file",
+         concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(1000))}), kReadError},
+        // A tag size below 32 makes a negative item-area size.
+        {"tag size 8", concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(8))}),
+         kReadError},
+        // The header probe 32 bytes before a footer that starts at 10.
+        {"header probe before the file",
+         concat({truncated(stream, 10), apeTag(ApeTagSpec().headerFlag(true))}),
+         kReadError + kReadError + kNoProperties},
+    });
+}
+
+TEST(ApeTag, Items) {
+    const Bytes stream = concat({macHeaderNew(), Bytes(20, 0)});
+    const uint64_t base = stream.size();
+    const Bytes noPrefix = {0xFF, 0xD8, 0xFF, 0xE0, 'J', 'F', 'I', 'F'};
+    const Bytes cover = apeItem("Cover Art (front)", noPrefix, kItemBinary);
+    // APEv2: binary covers need the file-name prefix; the key match ignores case.
+    const Bytes v2 = tagWith(
+        {cover, apeItem("artwork-BACK", noPrefix, kItemBinary),
+         apeItem("COVER ART (FRONT)", concat({Bytes{'a', '.', 'j', 'p', 'g', 0}, noPrefix}), kItemBinary),
+         apeItem("Cover Art (back)", noPrefix, kItemBinary),
+         apeItem("Cover Art (front)", noPrefix, kItemExternal),
+         apeItem("Cover Art (front)", noPrefix, kItemBinary | kItemReadOnly),
+         apeItem("Comment", Bytes{0xC3, 0x28, 0xFF})});
+    const std::vector<Bytes> keys = {apeItem("", "a"), apeItem("Caf\xe9", "b"), apeItem("\x01\x7f", "c"),
+                                     apeItem("\tTitle", "d"), apeItem("", "e")};
+    uint64_t at[5] = {base};
+    for (size_t i = 1; i < 5; ++i) at[i] = at[i - 1] + keys[i - 1].size();
+    const Bytes title = apeItem("Title", "Song");
+    auto area = [&](const Bytes& items, uint32_t count) {
+        return concat({stream, apeTag(ApeTagSpec().items({items}).count(count))});
+    };
+    const std::string overflow = line(base, "File", "Tag Item overflows");
+    const std::string unterminated = "Tag Item key name not terminated";
+    runCases({
+        {"APEv2 artwork", concat({stream, v2}),
+         line(base, "Tag", "Artwork item is missing data prefix") +
+             line(base + cover.size(), "Tag", "Artwork item is missing data prefix")},
+        // APEv1: flags are ignored, every value is text; the walk goes on.
+        {"APEv1", concat({stream, apeTag(ApeTagSpec().version(kApeV1).items({cover, apeItem("", "x")}))}),
+         line(base + cover.size(), "File", "Tag Item key is empty")},
+        {"keys", concat({stream, tagWith(keys)}),
+         line(at[0], "File", "Tag Item key is empty") + line(at[1], "File", "Tag Item key is empty") +
+             line(at[2], "File", "Tag Item key is invalid") + line(at[4], "File", "Tag Item key is empty")},
+        {"count 0", concat({stream, apeTag(ApeTagSpec().items(keys).count(0))}), ""},
+        // A count larger than the items ends quietly at the end of the area,
+        // or with an overflow when fewer than 8 bytes remain.
+        {"count past the area", area(title, 5), ""},
+        {"count past the area, 7 bytes left", area(concat({title, Bytes(7, 0)}), 5),
+         line(base + title.size(), "File", "Tag Item overflows")},
+        {"uncounted trailing bytes", area(concat({title, Bytes(7, 0)}), 1), ""},
+        // Value size beyond the area, measured from the flags field.
+        {"value size wraps", area(ByteBuilder().le32(0xFFFFFFF0).le32(0).str("K").u8(0).take(), 1), overflow},
+        {"value size past the area", area(ByteBuilder().le32(10).le32(0).str("ab").u8(0).zeros(5).take(), 1),
+         overflow},
+        {"key to the end of the area", area(ByteBuilder().le32(0).le32(0).str("Title").take(), 1),
+         line(base, "File", unterminated)},
+        {"key at the end of the area", area(concat({title, ByteBuilder().le32(0).le32(0).take()}), 2),
+         line(base + title.size(), "File", unterminated)},
+    });
 }
 
 }  // namespace

@@ -20,248 +20,177 @@ std::string line(uint64_t offset, const std::string& category, const std::string
     return "    " + std::string(number) + "  " + category + ": " + message + "\n";
 }
 
-std::string oggProblems(const Bytes& b, const std::string& name = "x.ogg") {
-    return problemsFor(name, b);
+// One page: its whole packets and options.
+struct Page {
+    std::vector<Bytes> packets;
+    OggPageOptions options = {};
+};
+Bytes ogg(const std::vector<Page>& pages, uint32_t serial = 0x5EED) {
+    OggStreamBuilder s(serial);
+    for (const Page& p : pages) {
+        for (const Bytes& packet : p.packets) s.packet(packet);
+        s.page(p.options);
+    }
+    return s.take();
 }
 
 const std::string kNoIdentification =
     "Missing or incomplete Ogg identification packet or non handled stream type";
 const std::string kNoComment = "Missing or incomplete Ogg comment packet";
 
-TEST(OggTag, CleanStreamsAndSize) {
-    EXPECT_EQ(oggProblems(vorbisStream()), "");
-    EXPECT_EQ(oggProblems(opusStream(), "x.opus"), "");
-    EXPECT_EQ(oggProblems(vorbisStream(), "x.oga"), "");
-    EXPECT_EQ(oggProblems(Bytes(41, 0)), line(0, "Fatal", "Invalid file size for FLAC file"));
-}
+struct Case {
+    const char* name;
+    Bytes file;
+    std::string expected;
+    const char* fileName = "x.ogg";
+};
 
-TEST(OggTag, PageFaultAndCRCErrorSuppressCommentChecks) {
-    const std::vector<std::string> bad{"NOEQUALS"};
-    {
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).page({.flags = 2, .sequence = 1});
-        s.packet(vorbisCommentPacket("v", bad)).page();
-        s.packet(audioPacket()).page({.flags = 4});
-        EXPECT_EQ(oggProblems(s.take()), line(0, "Container", "Page fault"));
+void runCases(const std::vector<Case>& cases) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(problemsFor(c.fileName, c.file), c.expected);
     }
-    {
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).page({.flags = 2});
-        uint64_t second = s.size();
-        s.packet(vorbisCommentPacket("v", bad)).page({.corruptCRC = true});
-        uint64_t third = s.size();
-        s.packet(audioPacket()).page({.sequence = 5});
-        s.packet(audioPacket()).page({.flags = 4});
-        EXPECT_EQ(oggProblems(s.take()),
-                  line(second, "Container", "CRC error") + line(third, "Container", "Page fault"));
-    }
-    // Without the fault the same comment is reported.
-    EXPECT_NE(oggProblems(vorbisStream(bad)), "");
 }
 
-TEST(OggTag, EndOfStreamAndTrailingData) {
-    Bytes clean = vorbisStream();
-    // Data after the end-of-stream page is tolerated, long or short.
-    EXPECT_EQ(oggProblems(ByteBuilder(clean).str("this is not an Ogg page, just trailing text").take()), "");
-    EXPECT_EQ(oggProblems(ByteBuilder(clean).zeros(10).take()), "");
+const Page kVorbisHead{{vorbisIdentification()}, {.flags = 2}};
+const Page kOpusHead{{opusHead()}, {.flags = 2}};
+const Page kAudioEnd{{audioPacket()}, {.flags = 4}};
+const std::vector<std::string> kBad{"NOEQUALS"};
+const Page kBadComment{{vorbisCommentPacket("v", kBad)}};
+const Page kEmptyCommentEnd{{vorbisCommentPacket("v", {})}, {.flags = 4}};
 
-    // Before the end of the stream it is not.
-    OggStreamBuilder s;
-    s.packet(vorbisIdentification()).page({.flags = 2});
-    s.packet(vorbisCommentPacket("v", {"NOEQUALS"})).page();
-    uint64_t junk = s.size();
-    s.raw(Bytes(40, 'j'));
-    EXPECT_EQ(oggProblems(s.take()), line(junk, "Fatal", "Invalid page marker"));
-
-    // A tail too short for a page header, and no end-of-stream flag: silent.
-    OggStreamBuilder t;
-    t.packet(vorbisIdentification()).page({.flags = 2});
-    t.packet(vorbisCommentPacket("v", {"A=b"})).page();
-    t.raw(Bytes(26, 'j'));
-    EXPECT_EQ(oggProblems(t.take()), "");
-}
-
-TEST(OggTag, PagesAfterTheEndOfStream) {
-    // Same serial: reported and still walked (its CRC is checked).
-    OggStreamBuilder same;
-    same.packet(vorbisIdentification()).page({.flags = 2});
-    same.packet(vorbisCommentPacket("v", {})).page({.flags = 4});
-    uint64_t after = same.size();
-    same.packet(audioPacket()).page({.corruptCRC = true});
-    EXPECT_EQ(oggProblems(same.take()),
-              line(after, "Fatal", "Ogg files with multiple streams not supported") +
-                  line(after, "Container", "CRC error"));
-
-    // A chained stream with another serial: reported twice, walk ends.
-    OggStreamBuilder chain;
-    chain.packet(vorbisIdentification()).page({.flags = 2});
-    chain.packet(vorbisCommentPacket("v", {})).page({.flags = 4});
-    uint64_t second = chain.size();
-    OggStreamBuilder next(0xBEEF);
-    next.packet(vorbisIdentification())
-        .page({.flags = 2})
-        .packet(vorbisCommentPacket("v", {}))
-        .page({.flags = 4});
-    chain.raw(next.take());
-    std::string twice = line(second, "Fatal", "Ogg files with multiple streams not supported");
-    EXPECT_EQ(oggProblems(chain.take()), twice + twice);
-
-    // Another serial before the end of the stream.
-    OggStreamBuilder mixed;
-    mixed.packet(vorbisIdentification()).page({.flags = 2});
-    uint64_t other = mixed.size();
-    mixed.packet(vorbisCommentPacket("v", {})).page({.serial = 77});
-    EXPECT_EQ(oggProblems(mixed.take()),
-              line(other, "Fatal", "Ogg files with multiple streams not supported"));
-}
-
-TEST(OggTag, TruncatedPages) {
-    Bytes whole = vorbisStream();
-    OggStreamBuilder s;
-    s.packet(vorbisIdentification()).page({.flags = 2});
-    uint64_t second = s.size();
-    // Body cut short.
-    Bytes cutBody(whole.begin(), whole.begin() + second + 27 + 3);
-    cutBody.resize(second + 40);
-    EXPECT_EQ(oggProblems(cutBody), line(second, "Fatal", "Read error (packet data)"));
-    // Lacing values cut short: the header claims more segments than are left.
-    Bytes cutLacing(whole.begin(), whole.begin() + second + 27);
+// Page faults and CRC errors suppress the comment checks; data after the
+// end-of-stream page is tolerated, before it not; further streams are refused.
+TEST(OggTag, PageWalk) {
+    const uint64_t second = ogg({kVorbisHead}).size();
+    const uint64_t third = ogg({kVorbisHead, kBadComment}).size();
+    const uint64_t afterEnd = ogg({kVorbisHead, kEmptyCommentEnd}).size();
+    const Bytes clean = vorbisStream();
+    Bytes cutLacing(clean.begin(), clean.begin() + second + 27);  // more segments claimed than left
     cutLacing[second + 26] = 200;
     cutLacing.insert(cutLacing.end(), 10, 0);
-    EXPECT_EQ(oggProblems(cutLacing), line(second, "Fatal", "Error reading page segment list"));
+    Bytes cutBody(clean.begin(), clean.begin() + second + 30);
+    cutBody.resize(second + 40);
+    const std::string otherStream = line(afterEnd, "Fatal", "Ogg files with multiple streams not supported");
+    runCases({
+        {"clean Vorbis", clean, ""},
+        {"clean Opus", opusStream(), "", "x.opus"},
+        {"clean .oga", clean, "", "x.oga"},
+        {"41 bytes", Bytes(41, 0), line(0, "Fatal", "Invalid file size for FLAC file")},
+        {"comment reported", vorbisStream(kBad), line(13, "Tag", "Missing = in FLAC Comment")},
+        {"page fault", ogg({{{vorbisIdentification()}, {.flags = 2, .sequence = 1}}, kBadComment, kAudioEnd}),
+         line(0, "Container", "Page fault")},
+        {"CRC error",
+         ogg({kVorbisHead,
+              {{vorbisCommentPacket("v", kBad)}, {.corruptCRC = true}},
+              {{audioPacket()}, {.sequence = 5}},
+              kAudioEnd}),
+         line(second, "Container", "CRC error") + line(third, "Container", "Page fault")},
+        {"text after the end", ByteBuilder(clean).str("this is not an Ogg page, just trailing text").take(),
+         ""},
+        {"short tail after the end", ByteBuilder(clean).zeros(10).take(), ""},
+        {"junk before the end", ByteBuilder(ogg({kVorbisHead, kBadComment})).bytes(Bytes(40, 'j')).take(),
+         line(third, "Fatal", "Invalid page marker")},
+        // Too short for a page header, and no end-of-stream flag: silent.
+        {"short tail, no end",
+         ByteBuilder(ogg({kVorbisHead, {{vorbisCommentPacket("v", {"A=b"})}}})).bytes(Bytes(26, 'j')).take(),
+         ""},
+        // Same serial after the end: reported and still walked.
+        {"page after the end", ogg({kVorbisHead, kEmptyCommentEnd, {{audioPacket()}, {.corruptCRC = true}}}),
+         otherStream + line(afterEnd, "Container", "CRC error")},
+        // A chained stream with another serial: reported twice, walk ends.
+        {"chained stream",
+         concat({ogg({kVorbisHead, kEmptyCommentEnd}), ogg({kVorbisHead, kEmptyCommentEnd}, 0xBEEF)}),
+         otherStream + otherStream},
+        {"other serial before the end", ogg({kVorbisHead, {{vorbisCommentPacket("v", {})}, {.serial = 77}}}),
+         line(second, "Fatal", "Ogg files with multiple streams not supported")},
+        {"body cut short", cutBody, line(second, "Fatal", "Read error (packet data)")},
+        {"lacing cut short", cutLacing, line(second, "Fatal", "Error reading page segment list")},
+    });
 }
 
-TEST(OggTag, IdentificationPacketRules) {
-    auto single = [](const Bytes& packet) {
-        OggStreamBuilder s;
-        s.packet(packet).page({.flags = 2});
-        s.packet(vorbisCommentPacket("v", {})).page({.flags = 4});
-        return s.take();
-    };
-    Bytes oggFlac = ByteBuilder().u8(0x7F).str("FLAC").u8(1).u8(0).be16(1).str("fLaC").zeros(38).take();
-    std::string endCheck = line(0, "Fatal", kNoIdentification);
-    EXPECT_EQ(oggProblems(single(oggFlac)),
-              line(0, "Fatal", "Missing or unsupported Ogg identification packet") + endCheck);
-    EXPECT_EQ(oggProblems(single(Bytes{1, 'v', 'o', 'r', 'b', 'i', 's'})),
-              line(0, "Fatal", "Insufficient data for Ogg identification packet") + endCheck);
+TEST(OggTag, IdentificationAndCommentPackets) {
+    auto single = [](const Bytes& packet) { return ogg({{{packet}, {.flags = 2}}, kEmptyCommentEnd}); };
+    const std::string noId = line(0, "Fatal", kNoIdentification);
+    const std::string noComment = line(0, "Fatal", kNoComment);
+    const std::string insufficient = line(0, "Fatal", "Insufficient data for Ogg identification packet");
+    const uint64_t second = ogg({kVorbisHead}).size();
+    const uint64_t opusSecond = ogg({kOpusHead}).size();
     Bytes shortVorbis = vorbisIdentification();
     shortVorbis.resize(29);
-    EXPECT_EQ(oggProblems(single(shortVorbis)),
-              line(0, "Fatal", "Insufficient data for Ogg identification packet") + endCheck);
     Bytes shortOpus = opusHead();
     shortOpus.resize(18);
-    EXPECT_EQ(oggProblems(single(shortOpus), "x.opus"),
-              line(0, "Fatal", "Insufficient data for Ogg identification packet") + endCheck);
-    EXPECT_EQ(oggProblems(single(vorbisIdentification(2, 44100, 0))),
-              line(0, "Fatal", "Frame bit missing in Vorbis identification packet") + endCheck);
-
-    // OpusHead sharing its page with OpusTags.
-    OggStreamBuilder shared;
-    shared.packet(opusHead()).packet(opusTags("v", {})).page({.flags = 6});
-    EXPECT_EQ(oggProblems(shared.take(), "x.opus"),
-              line(0, "Fatal", "Invalid Opus identification packet alignment") + endCheck);
+    // A comment packet running on into the next page counts as empty.
+    const Bytes longComment = vorbisCommentPacket("v", {std::string(600, 'a')});
+    OggStreamBuilder split;
+    split.packet(vorbisIdentification()).part(Bytes(longComment.begin(), longComment.begin() + 510), false);
+    split.page({.flags = 2})
+        .part(Bytes(longComment.begin() + 510, longComment.end()), true)
+        .page({.flags = 4});
+    runCases({
+        {"Ogg FLAC",
+         single(ByteBuilder().u8(0x7F).str("FLAC").u8(1).u8(0).be16(1).str("fLaC").zeros(38).take()),
+         line(0, "Fatal", "Missing or unsupported Ogg identification packet") + noId},
+        {"short Vorbis identification", single(shortVorbis), insufficient + noId},
+        {"short OpusHead", single(shortOpus), insufficient + noId, "x.opus"},
+        {"no framing bit", single(vorbisIdentification(2, 44100, 0)),
+         line(0, "Fatal", "Frame bit missing in Vorbis identification packet") + noId},
+        {"OpusHead sharing its page", ogg({{{opusHead(), opusTags("v", {})}, {.flags = 6}}}),
+         line(0, "Fatal", "Invalid Opus identification packet alignment") + noId, "x.opus"},
+        {"identification only", ogg({{{vorbisIdentification()}, {.flags = 6}}}), noComment},
+        {"not a comment packet",
+         ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbix").zeros(10).take()}, {.flags = 4}}}),
+         line(second, "Fatal", "Missing Ogg comment block") + noComment},
+        {"short comment packet",
+         ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbis").zeros(3).take()}, {.flags = 4}}}),
+         line(second, "Fatal", "Insufficient data for comment block") + noComment},
+        {"Vorbis comment sharing the first page",
+         ogg({{{vorbisIdentification(), vorbisCommentPacket("v", {"A=b"})}, {.flags = 2}}, kAudioEnd}), ""},
+        {"comment running on", split.take(),
+         line(0, "Fatal", "Insufficient data for comment block") + noComment},
+        {"OpusTags sharing its page with audio",
+         ogg({kOpusHead, {{opusTags("v", {}), audioPacket()}, {.flags = 4}}}),
+         line(opusSecond, "Fatal", "Invalid Opus tag packet alignment") + noComment, "x.opus"},
+    });
 }
 
-TEST(OggTag, CommentPacketRules) {
-    std::string endCheck = line(0, "Fatal", kNoComment);
-    {
-        // Only the identification packet.
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).page({.flags = 6});
-        EXPECT_EQ(oggProblems(s.take()), endCheck);
-    }
-    {
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).page({.flags = 2});
-        uint64_t second = s.size();
-        s.packet(ByteBuilder().u8(3).str("vorbix").zeros(10).take()).page({.flags = 4});
-        EXPECT_EQ(oggProblems(s.take()), line(second, "Fatal", "Missing Ogg comment block") + endCheck);
-    }
-    {
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).page({.flags = 2});
-        uint64_t second = s.size();
-        s.packet(ByteBuilder().u8(3).str("vorbis").zeros(3).take()).page({.flags = 4});
-        EXPECT_EQ(oggProblems(s.take()),
-                  line(second, "Fatal", "Insufficient data for comment block") + endCheck);
-    }
-    {
-        // A Vorbis comment packet may share the identification page ...
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).packet(vorbisCommentPacket("v", {"A=b"})).page({.flags = 2});
-        s.packet(audioPacket()).page({.flags = 4});
-        EXPECT_EQ(oggProblems(s.take()), "");
-    }
-    {
-        // ... but when it runs on into the next page it counts as empty.
-        Bytes comment = vorbisCommentPacket("v", {std::string(600, 'a')});
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).part(Bytes(comment.begin(), comment.begin() + 510), false);
-        s.page({.flags = 2});
-        s.part(Bytes(comment.begin() + 510, comment.end()), true).page({.flags = 4});
-        EXPECT_EQ(oggProblems(s.take()), line(0, "Fatal", "Insufficient data for comment block") + endCheck);
-    }
-    {
-        // OpusTags sharing its page with audio.
-        OggStreamBuilder s;
-        s.packet(opusHead()).page({.flags = 2});
-        uint64_t second = s.size();
-        s.packet(opusTags("v", {})).packet(audioPacket()).page({.flags = 4});
-        EXPECT_EQ(oggProblems(s.take(), "x.opus"),
-                  line(second, "Fatal", "Invalid Opus tag packet alignment") + endCheck);
-    }
-}
-
-TEST(OggTag, MultiPageCommentPacketIsJoined) {
+TEST(OggTag, CommentData) {
     // The first page ends with a 255 lacing value, so the packet is
     // incomplete there; the comment after the long one lies on the second page.
-    Bytes comment = vorbisCommentPacket("v", {"A=" + std::string(500, 'a'), "NOEQUALS", "B=\x07"});
+    const Bytes joined = vorbisCommentPacket("v", {"A=" + std::string(500, 'a'), "NOEQUALS", "B=\x07"});
     OggStreamBuilder s;
     s.packet(vorbisIdentification()).page({.flags = 2});
-    s.part(Bytes(comment.begin(), comment.begin() + 255), false).page();
-    s.part(Bytes(comment.begin() + 255, comment.begin() + 510), false).page({.flags = 1});
-    s.part(Bytes(comment.begin() + 510, comment.end()), true).page({.flags = 1});
+    s.part(Bytes(joined.begin(), joined.begin() + 255), false).page();
+    s.part(Bytes(joined.begin() + 255, joined.begin() + 510), false).page({.flags = 1});
+    s.part(Bytes(joined.begin() + 510, joined.end()), true).page({.flags = 1});
     s.packet(audioPacket()).page({.flags = 4});
     // Positions inside the comment data, which begins behind the signature.
-    uint64_t second = 4 + 1 + 4 + 4 + 502 + 4;
-    uint64_t third = second + 8 + 4;
-    EXPECT_EQ(oggProblems(s.take()),
-              line(second, "Tag", "Missing = in FLAC Comment") +
-                  line(third, "Tag", "FLAC value for Comment 'B' contains control characters"));
-}
-
-TEST(OggTag, CommentLengthIncludesTheSignature) {
+    const uint64_t secondComment = 4 + 1 + 4 + 4 + 502 + 4;
     // The reader is told the whole packet length, 7 bytes more than the data
     // behind the signature; what lies past the data reads as zeros.
-    auto stream = [](const Bytes& commentData) {
-        OggStreamBuilder s;
-        s.packet(vorbisIdentification()).page({.flags = 2});
-        s.packet(ByteBuilder().u8(3).str("vorbis").bytes(commentData).take()).page();
-        s.packet(audioPacket()).page({.flags = 4});
-        return s.take();
+    auto raw = [](const Bytes& data) {
+        return ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbis").bytes(data).take()}}, kAudioEnd});
     };
-    // 12 bytes of data, length 19: a vendor of 16 overflows, one of 15 does not.
-    EXPECT_EQ(oggProblems(stream(ByteBuilder().le32(16).zeros(8).take())),
-              line(4, "Framing", "The Vendor string overflows") +
-                  line(19, "Framing", "Missing count of FLAC Comments"));
-    EXPECT_EQ(oggProblems(stream(ByteBuilder().le32(15).zeros(8).take())),
-              line(19, "Framing", "Missing count of FLAC Comments"));
-    // A comment running 5 bytes past the data is read with zeros, which are
-    // control characters.
-    EXPECT_EQ(oggProblems(stream(ByteBuilder().le32(0).le32(1).le32(8).str("A=b").take())),
-              line(12, "Tag", "FLAC value for Comment 'A' contains control characters"));
-}
-
-TEST(OggTag, OpusCommentsAreReadBehindTheSignature) {
-    std::vector<std::string> comments{"TITLE=ok", "NOEQUALS", "ARTIST=a\x01", "A~=b"};
-    uint64_t first = 4 + 1 + 4 + 4;
-    uint64_t second = first + 8 + 4;
-    uint64_t third = second + 8 + 4;
-    uint64_t fourth = third + 9 + 4;
-    EXPECT_EQ(oggProblems(opusStream(comments), "x.opus"),
-              line(second, "Tag", "Missing = in FLAC Comment") +
-                  line(third, "Tag", "FLAC value for Comment 'ARTIST' contains control characters") +
-                  line(fourth, "Tag", "FLAC Comment name contains invalid characters"));
+    const uint64_t opus = 4 + 1 + 4 + 4 + 8 + 4;
+    runCases({
+        {"joined over pages", s.take(),
+         line(secondComment, "Tag", "Missing = in FLAC Comment") +
+             line(secondComment + 12, "Tag", "FLAC value for Comment 'B' contains control characters")},
+        // 12 bytes of data, length 19: a vendor of 16 overflows, one of 15 does not.
+        {"vendor of 16", raw(ByteBuilder().le32(16).zeros(8).take()),
+         line(4, "Framing", "The Vendor string overflows") +
+             line(19, "Framing", "Missing count of FLAC Comments")},
+        {"vendor of 15", raw(ByteBuilder().le32(15).zeros(8).take()),
+         line(19, "Framing", "Missing count of FLAC Comments")},
+        // A comment running 5 bytes past the data is read with zeros.
+        {"comment past the data", raw(ByteBuilder().le32(0).le32(1).le32(8).str("A=b").take()),
+         line(12, "Tag", "FLAC value for Comment 'A' contains control characters")},
+        {"Opus comments", opusStream({"TITLE=ok", "NOEQUALS", "ARTIST=a\x01", "A~=b"}),
+         line(opus, "Tag", "Missing = in FLAC Comment") +
+             line(opus + 12, "Tag", "FLAC value for Comment 'ARTIST' contains control characters") +
+             line(opus + 25, "Tag", "FLAC Comment name contains invalid characters"),
+         "x.opus"},
+    });
 }
 
 }  // namespace

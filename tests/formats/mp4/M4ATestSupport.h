@@ -7,6 +7,9 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include <gtest/gtest.h>
 
 #include "core/FieldTable.h"
 #include "core/LogWriter.h"
@@ -40,6 +43,19 @@ inline std::string line(uint64_t offset, std::string_view category, std::string_
     char head[64];
     std::snprintf(head, sizeof head, "    %012" PRIu64 "  ", offset);
     return std::string(head) + std::string(category) + ": " + std::string(message) + "\n";
+}
+
+// One row of a table: a file and the whole log text it must give.
+struct LogCase {
+    const char* name;
+    Bytes file;
+    std::string expected;
+};
+inline void expectLogs(const std::vector<LogCase>& cases) {
+    for (const LogCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(check(c.file).log, c.expected);
+    }
 }
 
 }  // namespace sondrel::fixtures::mp4
