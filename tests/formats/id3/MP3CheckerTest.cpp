@@ -6,6 +6,7 @@
 
 #include <map>
 #include <string>
+#include <tuple>
 
 #include "core/Tag.h"
 #include "formats/id3/ID3Tag.h"
@@ -54,32 +55,14 @@ void expectLogs(std::initializer_list<Case> cases) {
     for (const Case& c : cases) EXPECT_EQ(problemsFor("a.mp3", c.file, c.settings), c.log) << c.name;
 }
 
-TEST(MP3Checker, SummaryHeadersOfTheFirstFrameMeasureTheStream) {
-    // 100 frames of 1152 samples at 44100 Hz are 2.61 s: 2 whole seconds.
-    Measured xing = measure(concat({xingFrame(kCBR, "Xing", 3, 100, 41800), mpegFrames(kCBR, 3)}));
-    EXPECT_EQ(xing.tag, fourcc("Xing"));
-    EXPECT_TRUE(xing.vbr);
-    EXPECT_EQ(xing.durationMs, 2612u);
-    EXPECT_EQ(xing.bitrate, 41800u * 8 / 2 / 1000);
-    Measured info = measure(concat({xingFrame(kCBR, "Info", 3, 100, 41800), mpegFrames(kCBR, 3)}));
-    EXPECT_EQ(info.tag, fourcc("Info"));
-    EXPECT_FALSE(info.vbr);
-    EXPECT_EQ(measure(concat({xingFrame(kMono, "Xing", 3, 100, 41800), mpegFrames(kMono, 3)})).tag,
-              fourcc("Xing"));
-    // VBRI divides in floating point: 334400 bits in 2.612 s.
-    Measured vbri = measure(concat({vbriFrame(kCBR, 41800, 100), mpegFrames(kCBR, 3)}));
-    EXPECT_EQ(vbri.tag, fourcc("VBRI"));
-    EXPECT_TRUE(vbri.vbr);
-    EXPECT_EQ(vbri.bitrate, 128u);
-    // Without a summary every frame counts: the average bitrate, VBR when it varies.
-    Measured scanned = measure(concat({mpegFrames(kCBR, 2), mpegFrames({.bitrate = 320}, 2)}));
-    EXPECT_EQ(scanned.tag, 0u);
-    EXPECT_TRUE(scanned.vbr);
-    EXPECT_EQ(scanned.bitrate, (128u + 128 + 320 + 320) / 4);
-}
-
-TEST(MP3Checker, RefusedSummaryHeadersLeaveTheStreamToTheScan) {
+TEST(MP3Checker, SummaryHeadersOfTheFirstFrame) {
+    // An accepted summary, even after garbage, ends the scan before the
+    // garbage is reported; a refused one leaves the stream to the scan, at
+    // the start of the file and, after garbage, at the first header found.
     const Bytes junk = {0, 0, 0};
+    for (const Bytes& first : {xingFrame(kCBR, "Xing", 3, 100, 41800), xingFrame(kCBR, "Info", 3, 100, 41800),
+                               xingFrame(kMono, "Xing", 3, 100, 41800), vbriFrame(kCBR, 41800, 100)})
+        EXPECT_EQ(problemsFor("a.mp3", concat({junk, first, mpegFrames(kCBR, 3)})), "");
     const Bytes refused[] = {
         xingFrame(kCBR, "Xing", 1, 100, 0),           // frame count only
         xingFrame(kCBR, "Xing", 2, 0, 41800),         // byte count only
@@ -90,17 +73,27 @@ TEST(MP3Checker, RefusedSummaryHeadersLeaveTheStreamToTheScan) {
         vbriFrame(kCBR, 41800, 0),
     };
     for (const Bytes& first : refused) {
-        // At the start of the file and, after garbage, at the first header found.
-        Bytes plain = concat({first, mpegFrames(kCBR, 3)});
+        const Bytes plain = concat({first, mpegFrames(kCBR, 3)});
         EXPECT_EQ(problemsFor("a.mp3", plain), "");
         EXPECT_EQ(measure(plain).tag, 0u);
         EXPECT_EQ(problemsFor("a.mp3", concat({junk, plain})), garbage(3, 3));
     }
-    // An accepted summary after garbage ends the scan before the garbage is reported.
-    Bytes late = concat({junk, xingFrame(kCBR, "Xing", 3, 100, 41800), mpegFrames(kCBR, 3)});
-    EXPECT_EQ(problemsFor("a.mp3", late), "");
-    EXPECT_EQ(measure(late).actualAudioBase, 3u);
-    EXPECT_EQ(measure(concat({Bytes(7, 0), mpegFrames(kCBR, 3)})).actualAudioBase, 7u);
+    EXPECT_EQ(measure(concat({junk, xingFrame(kCBR, "Xing", 3, 100, 41800)})).actualAudioBase, 3u);
+
+    // What the stream measures: a Xing or Info frame divides by whole
+    // seconds (100 frames of 1152 samples at 44100 Hz are 2.61 s, so 2);
+    // VBRI in floating point (334400 bits in 2.612 s); without a summary
+    // every frame counts, the average bitrate, VBR when it varies.
+    auto shown = [](const Measured& m) { return std::tuple(m.tag, m.vbr, m.bitrate, m.durationMs); };
+    const Bytes frames = mpegFrames(kCBR, 3);
+    EXPECT_EQ(shown(measure(concat({xingFrame(kCBR, "Xing", 3, 100, 41800), frames}))),
+              std::tuple(fourcc("Xing"), true, 167u, 2612u));
+    EXPECT_EQ(shown(measure(concat({xingFrame(kCBR, "Info", 3, 100, 41800), frames}))),
+              std::tuple(fourcc("Info"), false, 167u, 2612u));
+    EXPECT_EQ(shown(measure(concat({vbriFrame(kCBR, 41800, 100), frames}))),
+              std::tuple(fourcc("VBRI"), true, 128u, 2612u));
+    const Measured scanned = measure(concat({mpegFrames(kCBR, 2), mpegFrames({.bitrate = 320}, 2)}));
+    EXPECT_EQ(std::tuple(scanned.tag, scanned.vbr, scanned.bitrate), std::tuple(0u, true, 224u));
 }
 
 TEST(MP3Checker, GarbageMissingAudioAndTheTagsAtTheEnd) {
