@@ -1,8 +1,13 @@
 #pragma once
 // Reads an ID3v2 tag held in memory the way the audio checkers do (header,
 // then the frame walk) and gives back the problem lines and the record.
+#include <fmt/format.h>
+
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "core/FieldTable.h"
 #include "core/FileHandle.h"
@@ -37,9 +42,7 @@ class TagReader : public ID3Base {
     const ID3TagHeader* header() const { return tag1.get(); }
     uint64_t padding() const { return paddingSize; }
     uint64_t walkEnd() const { return tagEndOffset; }
-    uint64_t total() const { return totalTagSize; }
     uint64_t sizeOfTag() const { return tagSize; }
-    bool wholeTagUnsynchronised() const { return unsynchronizedAll; }
 };
 
 struct ReadResult {
@@ -49,6 +52,19 @@ struct ReadResult {
 
     const TagItem* item(int64_t index) const { return tag->item(index); }
 };
+
+// One problem line as the log prints it.
+inline std::string line(uint64_t offset, std::string_view category, std::string_view message) {
+    return fmt::format("    {:012}  {}: {}\n", offset, category, message);
+}
+inline std::string framing(uint64_t offset, std::string_view message) {
+    return line(offset, "Framing", message);
+}
+
+inline Bytes readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
 
 inline std::string problemLines(const Tag& tag) {
     std::string out;

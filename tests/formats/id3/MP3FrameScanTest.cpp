@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "formats/id3/MpegFrameScanner.h"
 #include "tests/fixtures/MpegBuilder.h"
@@ -17,14 +18,12 @@ struct ScanRun {
     MpegFrameScanner::Result result;
     uint64_t largestRead = 0;
     Bytes probed;  // the bytes the probe saw
-    bool operator==(const ScanRun& o) const {
-        const auto &a = result, &b = o.result;
-        return a.readFailed == b.readFailed && a.foundHeader == b.foundHeader &&
-               a.firstHeader == b.firstHeader && a.probeAccepted == b.probeAccepted && a.frames == b.frames &&
-               a.bitrateSum == b.bitrateSum && a.seconds == b.seconds && a.vbr == b.vbr &&
-               a.last.version == b.last.version && a.last.layer == b.last.layer &&
-               a.last.bitrateIndex == b.last.bitrateIndex && probed == o.probed;
+    auto key() const {
+        const auto& r = result;
+        return std::tie(r.readFailed, r.foundHeader, r.firstHeader, r.probeAccepted, r.frames, r.bitrateSum,
+                        r.seconds, r.vbr, r.last.version, r.last.layer, r.last.bitrateIndex, probed);
     }
+    bool operator==(const ScanRun& o) const { return key() == o.key(); }
 };
 
 // Scans `data` read through the block-wise reader; the probe accepts when the
@@ -48,6 +47,7 @@ ScanRun scan(const Bytes& data, uint64_t blockSize, int64_t failAt = -1) {
 }
 
 const MpegSpec kCBR;
+const MpegSpec kMpeg2{.version = 2, .bitrate = 64, .samplerate = 24000};
 
 // A long stream with everything the scan reacts to: leading garbage, frames
 // of changing bitrate with and without padding, false syncs, a run of junk,
@@ -55,7 +55,7 @@ const MpegSpec kCBR;
 Bytes mixedStream() {
     ByteBuilder b;
     b.bytes({0, 0xFF, 0xFF, 0xFB, 0x00, 7});
-    MpegSpec s = kCBR;
+    MpegSpec s;
     const int rates[] = {128, 320, 32, 192, 256, 40, 64};
     for (int i = 0; i < 300; ++i) {
         s.bitrate = rates[i % 7];
@@ -64,12 +64,8 @@ Bytes mixedStream() {
         if (i % 37 == 5) b.bytes({0xFF, 0xFA, 0xF0, 0xFF, 0xFF, 0xE2});  // syncs that are no headers
         if (i % 53 == 9) b.fill(1 + i % 61, 0x5A);
     }
-    MpegSpec m2;
-    m2.version = 2, m2.bitrate = 64, m2.samplerate = 24000;
-    for (int i = 0; i < 40; ++i) b.bytes(mpegFrame(m2, mpegRealLength(m2)));
-    MpegSpec l1;
-    l1.layer = 1, l1.bitrate = 448, l1.samplerate = 32000;
-    b.bytes(mpegFrames(l1, 30));
+    for (int i = 0; i < 40; ++i) b.bytes(mpegFrame(kMpeg2, mpegRealLength(kMpeg2)));
+    b.bytes(mpegFrames({.layer = 1, .bitrate = 448, .samplerate = 32000}, 30));
     Bytes last = mpegFrame(kCBR);
     last.resize(30);
     b.bytes(last);
@@ -102,17 +98,12 @@ TEST(MP3FrameScan, EveryBlockSizeGivesTheWholeRangeResult) {
     }
 }
 
-TEST(MP3FrameScan, FollowsFramesByTheCheckersLength) {
+TEST(MP3FrameScan, FollowsFramesAndEndsOnFailedReads) {
     // MPEG-2 Layer III frames hold 576 samples but are stepped over with the
     // factor 144000: every second one of ten is met.
-    MpegSpec m2;
-    m2.version = 2, m2.bitrate = 64, m2.samplerate = 24000;
-    Bytes ten = mpegFrames(m2, 10, mpegRealLength(m2));
-    EXPECT_EQ(scan(ten, 4096).result.frames, 5u);
+    EXPECT_EQ(scan(mpegFrames(kMpeg2, 10, mpegRealLength(kMpeg2)), 4096).result.frames, 5u);
     // Layer I counts 4-byte slots, padding adds one.
-    MpegSpec l1;
-    l1.layer = 1, l1.bitrate = 32, l1.samplerate = 48000, l1.padding = true;
-    EXPECT_EQ(mpegCheckerLength(l1), 36u);
+    MpegSpec l1{.layer = 1, .bitrate = 32, .samplerate = 48000, .padding = true};
     EXPECT_EQ(scan(mpegFrames(l1, 7), 4096).result.frames, 7u);
     // 10 CBR frames: 128 kbit/s each, 417 bytes = 26.06 ms each.
     ScanRun cbr = scan(mpegFrames(kCBR, 10), 4096);
@@ -125,18 +116,13 @@ TEST(MP3FrameScan, FollowsFramesByTheCheckersLength) {
     EXPECT_EQ(scan(cut, 4096).result.frames, 2u);
     cut.push_back(0);
     EXPECT_EQ(scan(cut, 4096).result.frames, 3u);
-}
-
-TEST(MP3FrameScan, ProbeOnlyWithMoreThan58BytesAndReadFailuresEndTheScan) {
-    Bytes d = concat({Bytes(5, 0), mpegHeader(kCBR), Bytes(54, 0)});  // 58 bytes from the header
-    ScanRun run = scan(d, 4096);
-    EXPECT_TRUE(run.result.foundHeader);
-    EXPECT_TRUE(run.probed.empty());
+    // The probe sees a frame only with more than 58 bytes from its header.
+    Bytes d = concat({Bytes(5, 0), mpegHeader(kCBR), Bytes(54, 0)});
+    EXPECT_TRUE(scan(d, 4096).result.foundHeader);
+    EXPECT_TRUE(scan(d, 4096).probed.empty());
     d.push_back(0);
     EXPECT_FALSE(scan(d, 4096).probed.empty());
-
-    Bytes stream = mpegFrames(kCBR, 400);
-    ScanRun failed = scan(stream, 4096, 100000);
+    ScanRun failed = scan(mpegFrames(kCBR, 400), 4096, 100000);
     EXPECT_TRUE(failed.result.readFailed);
     EXPECT_EQ(failed.result.frames, 0u);
     EXPECT_FALSE(scan(Bytes(16, 0xFF), 4096).result.foundHeader);
