@@ -7,7 +7,6 @@
 
 #include "formats/chunked/AiffTag.h"
 #include "tests/fixtures/AiffBuilder.h"
-#include "tests/fixtures/SimpleID3Tag.h"
 #include "tests/formats/chunked/ChunkedTestUtil.h"
 
 namespace sondrel {
@@ -24,17 +23,6 @@ Bytes shortChunk(std::string_view id, uint32_t declared, size_t present) {
 Bytes patchedBE32(Bytes b, size_t at, uint32_t v) {
     return ByteBuilder(std::move(b)).patchBE32(at, v).take();
 }
-std::string sizeLine(uint64_t declared, uint64_t adjusted) {
-    return line(0, "Container",
-                "The contained file size of " + std::to_string(declared) +
-                    " does not represent the adjusted file size of " + std::to_string(adjusted));
-}
-
-// A 26-byte tag (even) that the reader announces by its experimental flag.
-Bytes evenTag() {
-    return id3v23Tag({id3v23Text("TIT2", "Title")}, 0, kID3Experimental);
-}
-const std::string kExperimental = "Experimental bit is set in the tag header";
 
 // COMM at 12..38 and SSND at 38..70 in every file below.
 const Bytes kComm = aiffComm();
@@ -116,9 +104,7 @@ TEST(AiffTag, OverflowsAndID3Chunks) {
     // A writer counted the pad byte of an odd (27-byte) tag in the chunk size.
     const Bytes oddTag = id3v23Tag({id3v23Text("TIT2", "Titles")}, 0, kID3Experimental);
     ASSERT_EQ(oddTag.size(), 27u);
-    const Bytes id3 = iffChunk("ID3 ", evenTag());  // 34 bytes
-    Bytes badVersion = evenTag();
-    badVersion[3] = 5;
+    const Bytes id3 = iffChunk("ID3 ", experimentalTag());  // 34 bytes
     const std::string multiple = "Multiple ID3 chunks";
     expectLogs(
         "x.aiff",
@@ -157,13 +143,14 @@ TEST(AiffTag, OverflowsAndID3Chunks) {
             {"no tag", aiffForm({kComm, kSsnd, iffChunk("ID3 ", Bytes(16))}),
              line(70, "Container", "ID3 contained size does not reflect chunk size")},
             {"chunk larger than tag",
-             aiffForm({kComm, kSsnd, iffChunk("ID3 ", concat({evenTag(), Bytes(4)}))}),
+             aiffForm({kComm, kSsnd, iffChunk("ID3 ", concat({experimentalTag(), Bytes(4)}))}),
              line(78, "Tag", kExperimental) +
                  line(70, "Container", "ID3 contained size does not reflect chunk size")},
+            {"clean tag", aiffForm({kComm, kSsnd, iffChunk("ID3 ", cleanTag())}), ""},
             // Only the upper-case identifier is known.
             {"lower-case id3", aiffForm({kComm, kSsnd, iffChunk("id3 ", Bytes(16))}), ""},
             // A tag the reader refuses with a message stops the walk (no second-COMM line).
-            {"refused tag", aiffForm({kComm, kSsnd, iffChunk("ID3 ", badVersion), kComm}),
+            {"refused tag", aiffForm({kComm, kSsnd, iffChunk("ID3 ", badVersionTag()), kComm}),
              line(78, "Framing", "Invalid ID3 version 2.5.0")},
         });
 }
@@ -177,7 +164,7 @@ TEST(AiffTag, ChunksBeyondFourGiB) {
     const Bytes head = concat({ByteBuilder().str("FORM").be32(0xFFFFFFFF).str("AIFF").take(), kComm,
                                ByteBuilder().str("APPL").be32(big).take()});
     const uint64_t ssndAt = head.size() + uint64_t(big);
-    const Bytes tail = concat({kSsnd, iffChunk("ID3 ", evenTag())});
+    const Bytes tail = concat({kSsnd, iffChunk("ID3 ", experimentalTag())});
     writeSparse(path, head, ssndAt, tail);
     EXPECT_EQ(problemsForFile(path), sizeLine(4294967296, ssndAt + tail.size() - 8) +
                                          line(ssndAt + kSsnd.size() + 8, "Tag", kExperimental));

@@ -12,6 +12,8 @@
 
 #include "tests/fixtures/ByteBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/ID3Builder.h"
+#include "tests/fixtures/SimpleID3Tag.h"
 
 namespace sondrel::fixtures::chunkedtest {
 
@@ -21,6 +23,29 @@ inline std::string line(uint64_t offset, const char* category, const std::string
     std::snprintf(head, sizeof head, "    %012" PRIu64 "  ", offset);
     return head + std::string(category) + ": " + message + "\n";
 }
+
+// The size finding of WAV ("RIFF"/"RF64" kind), AIFF and DSDIFF (no kind).
+inline std::string sizeLine(uint64_t declared, uint64_t adjusted, const std::string& kind = "") {
+    return line(0, "Container",
+                "The " + (kind.empty() ? "" : kind + " ") + "contained file size of " +
+                    std::to_string(declared) + " does not represent the adjusted file size of " +
+                    std::to_string(adjusted));
+}
+
+// A clean ID3v2.3 tag, and the same tag refused by the header reader.
+inline Bytes cleanTag() {
+    return id3Tag(3, concat({id3Frame("TIT2", id3Text("Title")), id3Frame("TPE1", id3Text("Artist"))}), 0, 6);
+}
+inline Bytes badVersionTag() {
+    Bytes t = cleanTag();
+    t[3] = 5;
+    return t;
+}
+// A 26-byte tag (even) that the reader announces by its experimental flag.
+inline Bytes experimentalTag() {
+    return chunked::id3v23Tag({chunked::id3v23Text("TIT2", "Title")}, 0, chunked::kID3Experimental);
+}
+inline const std::string kExperimental = "Experimental bit is set in the tag header";
 
 // A built file and the whole log text it must draw.
 struct Case {

@@ -42,11 +42,6 @@ Bytes renamed(Bytes b, size_t at, const char* id) {
     return b;
 }
 
-Bytes taggedTag() {
-    return id3v23Tag({id3v23Text("TIT2", "Title")}, 0, kID3Experimental);
-}
-const std::string kExperimental = "Experimental bit is set in the tag header";
-
 TEST(DsfTag, HeadersAndAudioProperties) {
     const Bytes base = dsfFile(small());
     // 2 channels of 18-byte blocks end exactly at 128 bytes: the smallest file examined.
@@ -109,7 +104,7 @@ TEST(DsfTag, HeadersAndAudioProperties) {
 }
 
 TEST(DsfTag, MetadataPointer) {
-    const Bytes tagged = dsfFile(small(2822400, taggedTag()));
+    const Bytes tagged = dsfFile(small(2822400, experimentalTag()));
     const std::string inside = "ID3 tag offset is inside audio data";
     const Bytes untaggedInside = patched(dsfFile(small()), {{kDsfMetadataPointer, 100}});
     expectLogs("x.dsf",
@@ -137,7 +132,7 @@ TEST(DsfTag, MetadataPointer) {
 // Five gigabytes of audio, written sparse: the tag after it is found through
 // the 64-bit metadata pointer and the audio is never read.
 TEST(DsfTag, TagBeyondFourGiB) {
-    const Bytes tag = taggedTag();
+    const Bytes tag = experimentalTag();
     const uint64_t dataSize = 5'000'000'000;
     const uint64_t audioEnd = kDsfDataChunk + dataSize;
     const Bytes head = dsfFile(small());
