@@ -32,6 +32,18 @@ inline std::string sizeLine(uint64_t declared, uint64_t adjusted, const std::str
                     std::to_string(adjusted));
 }
 
+// A copy of `b` with little-endian values of `width` bytes written over it.
+struct Patch {
+    size_t at;
+    uint64_t value;
+    int width = 8;
+};
+inline Bytes patched(Bytes b, std::initializer_list<Patch> patches) {
+    for (const auto& p : patches)
+        for (int i = 0; i < p.width; ++i) b.at(p.at + i) = uint8_t(p.value >> (8 * i));
+    return b;
+}
+
 // A clean ID3v2.3 tag, and the same tag refused by the header reader.
 inline Bytes cleanTag() {
     return id3Tag(3, concat({id3Frame("TIT2", id3Text("Title")), id3Frame("TPE1", id3Text("Artist"))}), 0, 6);

@@ -26,17 +26,6 @@ DsfLayout small(uint64_t sampleCount = 2822400, Bytes tag = {}) {
 }
 constexpr uint64_t kAudioEnd = 156;
 
-// A copy of `b` with little-endian values written over it.
-struct Patch {
-    size_t at;
-    uint64_t value;
-    int width = 8;
-};
-Bytes patched(Bytes b, std::initializer_list<Patch> patches) {
-    for (const auto& p : patches)
-        for (int i = 0; i < p.width; ++i) b.at(p.at + i) = uint8_t(p.value >> (8 * i));
-    return b;
-}
 Bytes renamed(Bytes b, size_t at, const char* id) {
     std::copy_n(id, 4, b.begin() + std::ptrdiff_t(at));
     return b;

@@ -25,9 +25,6 @@ Bytes withZeros(Bytes b, size_t n) {
     b.resize(b.size() + n);
     return b;
 }
-Bytes patchedLE32(Bytes b, size_t at, uint32_t v) {
-    return ByteBuilder(std::move(b)).patchLE32(at, v).take();
-}
 const std::string kRecovered = "The file was truncated due to overflow. Sufficient data to recover";
 
 // Layout used below: header 0..11, fmt 12..35, next chunk at 36.
@@ -55,7 +52,7 @@ TEST(WavTag, HeaderSizeAndWalk) {
             {"clean", clean, ""},
             {"one trailing byte", withZeros(clean, 1), ""},
             {"two trailing bytes", withZeros(clean, 2), sizeLine(40, 42, "RIFF")},
-            {"short by one", patchedLE32(clean, 4, 41), sizeLine(41, 40, "RIFF")},
+            {"short by one", patched(clean, {{4, 41, 4}}), sizeLine(41, 40, "RIFF")},
             // Odd chunks are followed by a pad byte except at the very end,
             // where the overflow test does not count it.
             {"odd with pad", wavFile({kFmt, dataChunk(3), riffChunk("junk", ByteBuilder().fill(5, 1))}), ""},
@@ -128,9 +125,9 @@ TEST(WavTag, RF64) {
                   "Unrecoverable chunk error:\n\n0000000048 5000000000 5000000056 0000000072  "
                   "0x64 0x61 0x74 0x61 -fmt")},
             // Only an all-ones header size is replaced by the ds64 size.
-            {"wrong ds64 size", patchedLE32(good, 20, 180), sizeLine(180, 88, "RF64")},
-            {"plain header size", patchedLE32(good, 4, 88), ""},
-            {"wrong header size", patchedLE32(good, 4, 1000), sizeLine(1000, 88, "RF64")},
+            {"wrong ds64 size", patched(good, {{20, 180, 4}}), sizeLine(180, 88, "RF64")},
+            {"plain header size", patched(good, {{4, 88, 4}}), ""},
+            {"wrong header size", patched(good, {{4, 1000, 4}}), sizeLine(1000, 88, "RF64")},
             // ds64 must come first, and only data may be extended.
             {"no ds64", noDs64, line(12, "File", "Missing ds64 chunk for WAV-RF64 file")},
             {"extended fmt", rf64File({rawRiffChunk("fmt ", 0xFFFFFFFF, ByteBuilder().zeros(16))}, 0),
