@@ -8,7 +8,6 @@
 #include "core/Settings.h"
 #include "core/Tag.h"
 #include "core/Text.h"
-#include "tests/fixtures/ID3Builder.h"
 #include "tests/fixtures/WavBuilder.h"
 #include "tests/formats/chunked/ChunkedTestUtil.h"
 
@@ -20,10 +19,6 @@ using namespace fixtures::chunkedtest;
 
 Bytes dataChunk(size_t n) {
     return riffChunk("data", ByteBuilder().fill(n, 0x11));
-}
-Bytes withZeros(Bytes b, size_t n) {
-    b.resize(b.size() + n);
-    return b;
 }
 const std::string kRecovered = "The file was truncated due to overflow. Sufficient data to recover";
 
@@ -50,8 +45,8 @@ TEST(WavTag, HeaderSizeAndWalk) {
              sizeLine(4, 11, "RIFF")},
             // One trailing byte is tolerated and nothing else.
             {"clean", clean, ""},
-            {"one trailing byte", withZeros(clean, 1), ""},
-            {"two trailing bytes", withZeros(clean, 2), sizeLine(40, 42, "RIFF")},
+            {"one trailing byte", concat({clean, Bytes(1)}), ""},
+            {"two trailing bytes", concat({clean, Bytes(2)}), sizeLine(40, 42, "RIFF")},
             {"short by one", patched(clean, {{4, 41, 4}}), sizeLine(41, 40, "RIFF")},
             // Odd chunks are followed by a pad byte except at the very end,
             // where the overflow test does not count it.
@@ -71,7 +66,11 @@ TEST(WavTag, HeaderSizeAndWalk) {
         });
 }
 
-TEST(WavTag, Recovery) {
+TEST(WavTag, RecoveryAndID3Chunks) {
+    // Offsets: fmt 12, data 36, first ID3 chunk 48 (tag at 56), the second after it.
+    const Bytes badID3 = riffChunk("id3 ", badVersionTag());
+    Bytes noTag = cleanTag();
+    noTag[0] = 'X';
     const std::string bad("\x01xyz", 4), del("\x7fxyz", 4);
     const Bytes delAfterData = wavFile({kFmt, dataChunk(4), rawRiffChunk(del, 4, ByteBuilder().zeros(4))});
     expectLogs(
@@ -104,8 +103,15 @@ TEST(WavTag, Recovery) {
                       "0x01 0x78 0x79 0x7a -data")},
             // After both, the garbled chunk ends the walk; the size check still runs.
             {"garbled after data", delAfterData, line(48, "Framing", "Invalid chunk header")},
-            {"garbled, then size", withZeros(delAfterData, 2),
+            {"garbled, then size", concat({delAfterData, Bytes(2)}),
              line(48, "Framing", "Invalid chunk header") + sizeLine(52, 54, "RIFF")},
+            // Only the last ID3 chunk is read.
+            {"bad then clean", wavFile({kFmt, dataChunk(4), badID3, riffChunk("ID3 ", cleanTag())}), ""},
+            {"clean then bad", wavFile({kFmt, dataChunk(4), riffChunk("ID3 ", cleanTag()), badID3}),
+             line(48 + riffChunk("ID3 ", cleanTag()).size() + 8, "Framing", "Invalid ID3 version 2.5.0")},
+            // A last chunk without a tag still counts as read: the earlier,
+            // broken tag is not read either.
+            {"bad then none", wavFile({kFmt, dataChunk(4), badID3, riffChunk("id3 ", noTag)}), ""},
         });
 }
 
@@ -143,23 +149,6 @@ TEST(WavTag, RF64) {
              line(12, "Fatal", "Invalid ds64 chunk data")},
             {"two ds64 in RIFF", wavFile({ds64Chunk(0, 0), ds64Chunk(0, 0), kFmt}),
              line(12, "Fatal", "Invalid ds64 chunk data") + line(48, "Framing", "More than one ds64 chunk")},
-        });
-}
-
-TEST(WavTag, OnlyTheLastID3ChunkIsRead) {
-    // Offsets: fmt 12, data 36, first ID3 chunk 48 (tag at 56), the second after it.
-    const Bytes bad = riffChunk("id3 ", badVersionTag());
-    Bytes noTag = cleanTag();
-    noTag[0] = 'X';
-    expectLogs(
-        "x.wav",
-        {
-            {"bad then clean", wavFile({kFmt, dataChunk(4), bad, riffChunk("ID3 ", cleanTag())}), ""},
-            {"clean then bad", wavFile({kFmt, dataChunk(4), riffChunk("ID3 ", cleanTag()), bad}),
-             line(48 + riffChunk("ID3 ", cleanTag()).size() + 8, "Framing", "Invalid ID3 version 2.5.0")},
-            // A last chunk without a tag still counts as read: the earlier,
-            // broken tag is not read either.
-            {"bad then none", wavFile({kFmt, dataChunk(4), bad, riffChunk("id3 ", noTag)}), ""},
         });
 }
 
