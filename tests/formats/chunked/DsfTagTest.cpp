@@ -2,217 +2,137 @@
 // the metadata pointer with its fallback to the end of the audio.
 #include <gtest/gtest.h>
 
-#include <cinttypes>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
-#include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/DsfBuilder.h"
 #include "tests/fixtures/SimpleID3Tag.h"
+#include "tests/formats/chunked/ChunkedTestUtil.h"
 
 namespace sondrel {
 namespace {
 
 using namespace fixtures;
 using namespace fixtures::chunked;
-
-std::string line(const char* category, const std::string& message, uint64_t offset = 0) {
-    char head[32];
-    std::snprintf(head, sizeof head, "    %012" PRIu64 "  ", offset);
-    return head + std::string(category) + ": " + message + "\n";
-}
-
-std::string dsf(const Bytes& b) {
-    return problemsFor("x.dsf", b);
-}
+using namespace fixtures::chunkedtest;
 
 // Two channels of 32-byte blocks: the data chunk spans 80..156. The sample
 // count claims a second so that the duration is not 0.
-DsfLayout small() {
+DsfLayout small(uint64_t sampleCount = 2822400, Bytes tag = {}) {
     DsfLayout l;
     l.blockSize = 32;
-    l.sampleCount = 2822400;
+    l.sampleCount = sampleCount;
+    l.tag = std::move(tag);
     return l;
 }
 constexpr uint64_t kAudioEnd = 156;
 
-Bytes taggedTag() {
-    return id3v23Tag({id3v23Text("TIT2", "Title")}, 0, kID3Experimental);
-}
-const std::string kExperimental = "Experimental bit is set in the tag header";
-
-void patch4(Bytes& b, size_t at, const char* id) {
-    std::copy_n(id, 4, b.begin() + at);
+Bytes renamed(Bytes b, size_t at, const char* id) {
+    std::copy_n(id, 4, b.begin() + std::ptrdiff_t(at));
+    return b;
 }
 
-TEST(DsfTag, SizeAndSignature) {
-    EXPECT_EQ(dsf(Bytes(127, 0)), line("Fatal", "Insufficient data to contain a valid DSF file"));
+TEST(DsfTag, HeadersAndAudioProperties) {
+    const Bytes base = dsfFile(small());
     // 2 channels of 18-byte blocks end exactly at 128 bytes: the smallest file examined.
-    DsfLayout l = small();
-    l.blockSize = 18;
-    ASSERT_EQ(dsfFile(l).size(), 128u);
-    EXPECT_EQ(dsf(dsfFile(l)), "");
-
-    Bytes b = dsfFile(small());
-    patch4(b, 0, "DSF ");
-    EXPECT_EQ(dsf(b), line("Fatal", "Invalid DSF file signature"));
-    b = dsfFile(small());
-    patchLE64(b, 4, 30);
-    EXPECT_EQ(dsf(b), line("Fatal", "Invalid size in DSD chunk"));
-    // A wrong total size is reported and the check goes on.
-    b = dsfFile(small());
-    patchLE64(b, kDsfTotalSize, 1000);
-    patch4(b, kDsfFrequency, "\0\0\0\0");
-    EXPECT_EQ(dsf(b), line("Container",
-                           "The contained file size of 1000 does not match the actual file size of 156") +
-                          line("Container", "Frame Sample Rate is 0"));
-}
-
-TEST(DsfTag, FmtFindingsAreReportedInOrderAndDoNotStop) {
-    Bytes b = dsfFile(small());
-    patch4(b, 28, "FMT ");
-    patch4(b, kDsfFormatVersion, "\2\0\0\0");
-    patch4(b, kDsfBitsPerSample, "\4\0\0\0");
-    EXPECT_EQ(dsf(b), line("Fatal", "Invalid fmt signature") + line("Fatal", "File format is not 1") +
-                          line("Fatal", "Invalid bits per sample"));
-
+    DsfLayout smallest = small();
+    smallest.blockSize = 18;
+    ASSERT_EQ(dsfFile(smallest).size(), 128u);
     // A 48-byte fmt chunk (no reserved field) followed at once by the data chunk.
-    b = dsfFile(small());
-    b.erase(b.begin() + 76, b.begin() + 80);
-    patchLE64(b, kDsfFmtSize, 48);
-    patchLE64(b, kDsfTotalSize, b.size());
-    EXPECT_EQ(dsf(b), line("Fatal", "Invalid fmt chunk size"));
-    // Eight-bit samples are valid.
-    b = dsfFile(small());
-    patch4(b, kDsfBitsPerSample, "\x08\0\0\0");
-    EXPECT_EQ(dsf(b), "");
-}
-
-TEST(DsfTag, DataHeaderMustLieInTheFirst128Bytes) {
-    Bytes b = dsfFile(small());
-    patchLE64(b, kDsfFmtSize, 88);  // data header at 116..127: read, but not "data"
-    EXPECT_EQ(dsf(b), line("Fatal", "Invalid data signature"));
-    patchLE64(b, kDsfFmtSize, 89);
-    EXPECT_EQ(dsf(b), line("Fatal", "Unexpected fmt chunk size"));
-    patchLE64(b, kDsfFmtSize, ~uint64_t(0));
-    EXPECT_EQ(dsf(b), line("Fatal", "Unexpected fmt chunk size"));
-    patchLE64(b, kDsfFmtSize, 40);
-    EXPECT_EQ(dsf(b), line("Fatal", "Invalid fmt chunk size") + line("Fatal", "Invalid data signature"));
-}
-
-TEST(DsfTag, RateAndDuration) {
-    DsfLayout l = small();
-    l.sampleCount = 1;  // far below a millisecond at 2.8 MHz
-    EXPECT_EQ(dsf(dsfFile(l)), line("Container", "Duration is 0"));
-    l.sampleCount = 2823;  // just over one millisecond
-    EXPECT_EQ(dsf(dsfFile(l)), "");
-    l.frequency = 0;
-    EXPECT_EQ(dsf(dsfFile(l)), line("Container", "Frame Sample Rate is 0"));
-    // Values that overflow the products are handled.
-    Bytes b = dsfFile(small());
-    patchLE64(b, kDsfSampleCount, ~uint64_t(0));
-    patch4(b, kDsfFrequency, "\1\0\0\0");
-    EXPECT_EQ(dsf(b), "");
-}
-
-TEST(DsfTag, MetadataPointer) {
-    DsfLayout l = small();
-    l.tag = taggedTag();
-    const Bytes tagged = dsfFile(l);
-    EXPECT_EQ(dsf(tagged), line("Tag", kExperimental, kAudioEnd));
-
-    // Nothing at a pointer after the audio.
-    Bytes b = tagged;
-    patchLE64(b, kDsfMetadataPointer, kAudioEnd + 2);
-    EXPECT_EQ(dsf(b), line("Container", "ID3 tag not at specified address"));
-    // A pointer past the end: no tag can be read there, and no second message.
-    patchLE64(b, kDsfMetadataPointer, b.size() + 1);
-    EXPECT_EQ(dsf(b), line("Fatal", "ID3 tag offset is past the end of the file"));
-    // Fewer than ten bytes left at the pointer: refused without a message.
-    patchLE64(b, kDsfMetadataPointer, b.size() - 5);
-    EXPECT_EQ(dsf(b), "");
-    // A tag the reader refuses with its own message.
-    b = tagged;
-    b[kAudioEnd + 3] = 5;
-    EXPECT_EQ(dsf(b), line("Framing", "Invalid ID3 version 2.5.0", kAudioEnd));
-}
-
-TEST(DsfTag, PointerInsideTheAudioFallsBackToTheAudioEnd) {
-    DsfLayout l = small();
-    l.tag = taggedTag();
-    Bytes b = dsfFile(l);
-    patchLE64(b, kDsfMetadataPointer, 100);
-    EXPECT_EQ(dsf(b), line("Container", "ID3 tag offset is inside audio data") +
-                          line("Tag", kExperimental, kAudioEnd));
-    // No tag at the audio end either: no further message.
-    b = dsfFile(small());
-    patchLE64(b, kDsfMetadataPointer, 100);
-    EXPECT_EQ(dsf(b), line("Container", "ID3 tag offset is inside audio data"));
-    // A data size so large that the audio end cannot be computed.
-    patchLE64(b, kDsfDataChunk + 4, ~uint64_t(0) - 10);
-    EXPECT_EQ(dsf(b), line("Container", "ID3 tag offset is inside audio data"));
-}
-
-// Files laid out as DSF writers lay them out, with a full ID3v2 tag at the end.
-TEST(DsfTag, WellFormedFilesAreClean) {
-    DsfLayout stereo;  // DSD64, two channels of one 4096-byte block each
-    stereo.tag = id3v23Tag({id3v23Text("TIT2", "Song"), id3v23Text("TPE1", "Someone"),
-                            id3v23Text("TALB", "Record"), id3v23Text("TRCK", "3")},
-                           64);
-    EXPECT_EQ(dsf(dsfFile(stereo)), "");
-
-    DsfLayout mono;  // DSD128, mono, a partly filled last block, no tag
-    mono.channelType = 1;
-    mono.channels = 1;
+    Bytes shortFmt = base;
+    shortFmt.erase(shortFmt.begin() + 76, shortFmt.begin() + 80);
+    shortFmt = patched(shortFmt, {{kDsfFmtSize, 48}, {kDsfTotalSize, shortFmt.size()}});
+    DsfLayout noRate = small(2823);
+    noRate.frequency = 0;
+    // Laid out as DSF writers lay them out: DSD64 stereo with a full tag at
+    // the end, and DSD128 mono with a partly filled last block.
+    DsfLayout stereo;
+    stereo.tag =
+        id3v23Tag({id3v23Text("TIT2", "Song"), id3v23Text("TPE1", "Someone"), id3v23Text("TRCK", "3")}, 64);
+    DsfLayout mono;
+    mono.channelType = mono.channels = 1;
     mono.frequency = 5644800;
     mono.blocksPerChannel = 3;
     mono.sampleCount = 2 * 4096 * 8 + 1000;
-    EXPECT_EQ(dsf(dsfFile(mono)), "");
+    const std::string fmtSize = "Invalid fmt chunk size", dataSig = "Invalid data signature";
+    expectLogs(
+        "x.dsf",
+        {
+            {"127 bytes", Bytes(127, 0), line(0, "Fatal", "Insufficient data to contain a valid DSF file")},
+            {"128 bytes", dsfFile(smallest), ""},
+            {"DSD64 stereo, tagged", dsfFile(stereo), ""},
+            {"DSD128 mono", dsfFile(mono), ""},
+            {"signature", renamed(base, 0, "DSF "), line(0, "Fatal", "Invalid DSF file signature")},
+            {"DSD chunk size", patched(base, {{4, 30}}), line(0, "Fatal", "Invalid size in DSD chunk")},
+            // A wrong total size is reported and the check goes on.
+            {"total size", patched(base, {{kDsfTotalSize, 1000}, {kDsfFrequency, 0, 4}}),
+             line(0, "Container",
+                  "The contained file size of 1000 does not match the actual file size of 156") +
+                 line(0, "Container", "Frame Sample Rate is 0")},
+            // fmt findings are reported in order and do not stop the check.
+            {"fmt findings",
+             patched(renamed(base, 28, "FMT "), {{kDsfFormatVersion, 2, 4}, {kDsfBitsPerSample, 4, 4}}),
+             line(0, "Fatal", "Invalid fmt signature") + line(0, "Fatal", "File format is not 1") +
+                 line(0, "Fatal", "Invalid bits per sample")},
+            {"48-byte fmt", shortFmt, line(0, "Fatal", fmtSize)},
+            {"8-bit samples", patched(base, {{kDsfBitsPerSample, 8, 4}}), ""},
+            // The data header must lie in the first 128 bytes.
+            {"data header at 116", patched(base, {{kDsfFmtSize, 88}}), line(0, "Fatal", dataSig)},
+            {"data header at 117", patched(base, {{kDsfFmtSize, 89}}),
+             line(0, "Fatal", "Unexpected fmt chunk size")},
+            {"fmt size all ones", patched(base, {{kDsfFmtSize, ~uint64_t(0)}}),
+             line(0, "Fatal", "Unexpected fmt chunk size")},
+            {"fmt size 40", patched(base, {{kDsfFmtSize, 40}}),
+             line(0, "Fatal", fmtSize) + line(0, "Fatal", dataSig)},
+            {"one sample", dsfFile(small(1)), line(0, "Container", "Duration is 0")},
+            {"just over a millisecond", dsfFile(small(2823)), ""},
+            {"zero rate", dsfFile(noRate), line(0, "Container", "Frame Sample Rate is 0")},
+            // Values that overflow the products are handled.
+            {"overflowing products", patched(base, {{kDsfSampleCount, ~uint64_t(0)}, {kDsfFrequency, 1, 4}}),
+             ""},
+        });
+}
 
-    TempDir dir;
-    EXPECT_EQ(problemsForFile(dir.write("on-disk.dsf", dsfFile(stereo))), "");
+TEST(DsfTag, MetadataPointer) {
+    const Bytes tagged = dsfFile(small(2822400, experimentalTag()));
+    const std::string inside = "ID3 tag offset is inside audio data";
+    const Bytes untaggedInside = patched(dsfFile(small()), {{kDsfMetadataPointer, 100}});
+    expectLogs("x.dsf",
+               {
+                   {"tag at the audio end", tagged, line(kAudioEnd, "Tag", kExperimental)},
+                   {"nothing at the pointer", patched(tagged, {{kDsfMetadataPointer, kAudioEnd + 2}}),
+                    line(0, "Container", "ID3 tag not at specified address")},
+                   // No tag can be read there, and no second message.
+                   {"past the end", patched(tagged, {{kDsfMetadataPointer, tagged.size() + 1}}),
+                    line(0, "Fatal", "ID3 tag offset is past the end of the file")},
+                   // Fewer than ten bytes left at the pointer: refused without a message.
+                   {"five bytes left", patched(tagged, {{kDsfMetadataPointer, tagged.size() - 5}}), ""},
+                   {"refused tag", patched(tagged, {{kAudioEnd + 3, 5, 1}}),
+                    line(kAudioEnd, "Framing", "Invalid ID3 version 2.5.0")},
+                   // A pointer inside the audio falls back to the audio end.
+                   {"inside, tag at end", patched(tagged, {{kDsfMetadataPointer, 100}}),
+                    line(0, "Container", inside) + line(kAudioEnd, "Tag", kExperimental)},
+                   {"inside, no tag", untaggedInside, line(0, "Container", inside)},
+                   // A data size so large that the audio end cannot be computed.
+                   {"inside, huge data", patched(untaggedInside, {{kDsfDataChunk + 4, ~uint64_t(0) - 10}}),
+                    line(0, "Container", inside)},
+               });
 }
 
 // Five gigabytes of audio, written sparse: the tag after it is found through
 // the 64-bit metadata pointer and the audio is never read.
 TEST(DsfTag, TagBeyondFourGiB) {
-    DsfLayout l = small();
-    const Bytes head = dsfFile(l);
-    const Bytes tag = taggedTag();
+    const Bytes tag = experimentalTag();
     const uint64_t dataSize = 5'000'000'000;
     const uint64_t audioEnd = kDsfDataChunk + dataSize;
-    Bytes first(head.begin(), head.begin() + 92);
-    patchLE64(first, kDsfTotalSize, audioEnd + tag.size());
-    patchLE64(first, kDsfMetadataPointer, audioEnd);
-    patchLE64(first, kDsfDataChunk + 4, dataSize);
+    const Bytes head = dsfFile(small());
+    const Bytes first =
+        patched(Bytes(head.begin(), head.begin() + 92), {{kDsfTotalSize, audioEnd + tag.size()},
+                                                         {kDsfMetadataPointer, audioEnd},
+                                                         {kDsfDataChunk + 4, dataSize}});
     TempDir dir;
     const std::string path = dir.path() + "/big.dsf";
-    {
-        std::ofstream out(path, std::ios::binary);
-        out.write(reinterpret_cast<const char*>(first.data()), std::streamsize(first.size()));
-        out.seekp(std::streamoff(audioEnd));
-        out.write(reinterpret_cast<const char*>(tag.data()), std::streamsize(tag.size()));
-        ASSERT_TRUE(out.good());
-    }
-    EXPECT_EQ(problemsForFile(path), line("Tag", kExperimental, audioEnd));
-}
-
-TEST(DsfTag, CorpusFilesAreScanned) {
-    namespace fs = std::filesystem;
-    const fs::path corpus = SONDREL_SHARED_DIR "/corpus";
-    if (!fs::exists(corpus)) GTEST_SKIP() << "no corpus";
-    int scanned = 0;
-    for (const auto& e : fs::recursive_directory_iterator(corpus)) {
-        if (!e.is_regular_file() || e.path().extension() != ".dsf") continue;
-        const std::string log = problemsForFile(e.path().string());
-        if (e.file_size() < 128) {
-            EXPECT_NE(log, "") << e.path().filename();
-        }
-        ++scanned;
-    }
-    EXPECT_GT(scanned, 0);
+    writeSparse(path, first, audioEnd, tag);
+    EXPECT_EQ(problemsForFile(path), line(audioEnd, "Tag", kExperimental));
 }
 
 }  // namespace
