@@ -161,22 +161,25 @@ void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAll
 }
 
 // Workers claim files strictly in list order and may run at most `window`
-// files ahead of the writer; this thread writes each file's result as soon as
-// it and all files before it are done. Files already claimed when the scan is
-// cancelled are finished and logged, so the log is complete up to there.
+// files ahead of the log. Whichever worker finds the next file in order done
+// writes it, and every consecutive finished file after it, while the others
+// go on analysing; so the log order is the list order whatever the timing.
+// Files already claimed when the scan is cancelled are finished and logged,
+// so the log is complete up to there.
 void WorkThread::goParallel(const std::vector<std::string>& paths) {
     struct Result {
         std::string modDate;
         std::optional<std::vector<LogError>> errors;
     };
     const size_t total = paths.size();
-    const size_t window = size_t(jobs_) * 4;
+    const size_t window = size_t(jobs_) * 64;
     std::vector<std::optional<Result>> slots(total);
     std::mutex m;
     std::condition_variable cv;
-    size_t next = 0;     // next file to claim
-    size_t written = 0;  // files handed to the log
-    bool stop = false;   // a write failed
+    size_t next = 0;       // next file to claim
+    size_t written = 0;    // files handed to the log
+    bool writing = false;  // a worker is writing finished files
+    bool stop = false;     // a write failed
 
     auto worker = [&] {
         for (;;) {
@@ -194,48 +197,31 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
             uint64_t n = ++progress_;
             status(fmt::format("Analyzing file {} of {}", n, total), false);
             Tag tag(paths[index], settings_);
-            Result r{tag.modDate(), tag.errors()};
-            {
-                std::lock_guard lock(m);
-                slots[index] = std::move(r);
+            std::unique_lock lock(m);
+            slots[index] = Result{tag.modDate(), tag.errors()};
+            if (writing) continue;  // the writing worker will reach this file
+            writing = true;
+            while (!stop && written < total && slots[written]) {
+                Result r = std::move(*slots[written]);
+                slots[written].reset();
+                const size_t at = written;
+                lock.unlock();
+                bool ok = log_.writeToLog(paths[at], r.modDate, r.errors, false);
+                lock.lock();
+                ++written;
+                if (!ok) {
+                    stop = true;
+                    writeFailed_ = true;
+                }
             }
+            writing = false;
+            lock.unlock();
             cv.notify_all();
         }
     };
 
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < jobs_; ++i) threads.emplace_back(worker);
-
-    for (;;) {
-        std::optional<Result> r;
-        {
-            std::unique_lock lock(m);
-            // Wait for the next file in order, unless nothing more will come.
-            while (!cv.wait_for(lock, std::chrono::milliseconds(50), [&] {
-                return written >= total || slots[written] || (isCancelled() && written >= next);
-            })) {
-            }
-            if (written >= total || !slots[written]) break;
-            r = std::move(slots[written]);
-            slots[written].reset();
-        }
-        bool ok = log_.writeToLog(paths[written], r->modDate, r->errors, false);
-        {
-            std::lock_guard lock(m);
-            ++written;
-            if (!ok) stop = true;
-        }
-        cv.notify_all();
-        if (!ok) {
-            writeFailed_ = true;
-            break;
-        }
-    }
-    {
-        std::lock_guard lock(m);
-        stop = true;
-    }
-    cv.notify_all();
     for (auto& t : threads) t.join();
 }
 
