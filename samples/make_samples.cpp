@@ -53,9 +53,11 @@ int main(int argc, char** argv) {
     clean.bytes(id3v23("TPE1", "The Examples")).bytes(mpegFrames(8));
     write(root / "Rock" / "02 Clean.mp3", clean.data());
 
-    // A FLAC file cut short inside its first metadata block.
+    // A FLAC file cut short inside its second metadata block.
     ByteBuilder flac;
-    flac.str("fLaC").u8(0x80).be24(34).zeros(10);
+    flac.str("fLaC").u8(0x00).be24(34).be16(4096).be16(4096).zeros(6);
+    flac.be32((44100u << 12) | (1u << 9) | (15u << 4)).zeros(20);
+    flac.u8(0x81).be24(1000).zeros(10);
     write(root / "Rock" / "03 Cut short.flac", flac.data());
 
     // A WAV file whose RIFF size does not match the file.
