@@ -13,7 +13,7 @@ namespace sondrel {
 namespace {
 
 using namespace fixtures;
-using Spec = WvBlockSpec;
+using Block = WvBlockSpec;
 
 constexpr uint32_t kRate = kWvRate44100;
 
@@ -45,26 +45,26 @@ void runCases(const std::vector<Case>& cases) {
 // bad block ends the walk; alone, it leaves the block index at 1, and the
 // end search finds the block itself.
 TEST(WVTag, BlockChain) {
-    const Bytes block42 = wvBlock(Spec().blockSize(34));
-    Bytes other = concat({wvBlock(Spec()), apeTag(ApeTagSpec().items({apeItem("", "x")}))});
+    const Bytes block42 = wvBlock(Block().blockSize(34));
+    Bytes other = concat({wvBlock(Block()), apeTag(ApeTagSpec().items({apeItem("", "x")}))});
     other[0] = 'W';  // neither blocks nor the APE tag are examined
-    Bytes broken = concat({wvBlock(Spec().flags(kRate).blockIndex(5)), wvBlock(Spec()), Bytes(64, 0)});
+    Bytes broken = concat({wvBlock(Block().flags(kRate).blockIndex(5)), wvBlock(Block()), Bytes(64, 0)});
     broken[64] = 'x';  // a broken chain ends the checks at once, without the end search
     const uint32_t unknown = kWvRateUnknown;
     runCases({
         {"42 bytes", block42, ""},
         {"41 bytes", Bytes(block42.begin(), block42.end() - 1), line(0, "Invalid file size for APE file")},
         {"not WavPack", other, line(0, kNoMarker)},
-        {"version 1026", wvBlock(Spec().version(1026)), ""},
-        {"version 1040", wvBlock(Spec().version(1040)), ""},
-        {"version 1025", wvBlock(Spec().version(1025)), line(0, kInvalidVersion)},
-        {"version 1041", wvBlock(Spec().version(1041)), line(0, kInvalidVersion)},
+        {"version 1026", wvBlock(Block().version(1026)), ""},
+        {"version 1040", wvBlock(Block().version(1040)), ""},
+        {"version 1025", wvBlock(Block().version(1025)), line(0, kInvalidVersion)},
+        {"version 1041", wvBlock(Block().version(1041)), line(0, kInvalidVersion)},
         {"version 1041 second",
-         concat({wvBlock(Spec().flags(kRate)), wvBlock(Spec().version(1041).blockIndex(1000))}),
+         concat({wvBlock(Block().flags(kRate)), wvBlock(Block().version(1041).blockIndex(1000))}),
          line(64, kInvalidVersion)},
         {"unknown rate",
-         concat({wvBlock(Spec().blockSize(100).flags(unknown)), wvBlock(Spec().flags(0)),
-                 wvBlock(Spec().flags(kRate | kWvFinal)), wvBlock(Spec().flags(unknown | kWvFinal))}),
+         concat({wvBlock(Block().blockSize(100).flags(unknown)), wvBlock(Block().flags(0)),
+                 wvBlock(Block().flags(kRate | kWvFinal)), wvBlock(Block().flags(unknown | kWvFinal))}),
          line(0, "The sample rate is unknown") + line(108, "The sample rate is unknown")},
         {"broken chain", broken, line(64, kNoMarker)},
     });
@@ -73,10 +73,10 @@ TEST(WVTag, BlockChain) {
 // The stream ends where the APE tag begins: a next block header needs its 32
 // bytes before that point.
 TEST(WVTag, ApeTagStartEndsTheStream) {
-    const Bytes first = wvBlock(Spec().blockSize(56).flags(kRate));  // next block at 64
+    const Bytes first = wvBlock(Block().blockSize(56).flags(kRate));  // next block at 64
     const Bytes title = apeItem("Title", "Song");
     const Bytes tail = apeTag(ApeTagSpec().items({title, apeItem("", "x")}));
-    Bytes longBlock = wvBlock(Spec().blockSize(1000).flags(kRate));
+    Bytes longBlock = wvBlock(Block().blockSize(1000).flags(kRate));
     longBlock.resize(64);
     runCases({
         {"16 bytes before the tag", concat({first, Bytes(16, 0), tail}),
@@ -102,38 +102,38 @@ TEST(WVTag, ApeTagStartEndsTheStream) {
 // its block index plus its total-samples field is the count. The search
 // reads stretches of 10240 bytes, newest first, overlapping by 32 bytes.
 TEST(WVTag, EndOfStreamSearch) {
-    const Spec unknownCount = Spec().totalSamples(0xFFFFFFFF);
-    const Bytes decoy = wvBlock(Spec().flags(kRate));
+    const Spec unknownCount = Block().totalSamples(0xFFFFFFFF);
+    const Bytes decoy = wvBlock(Block().flags(kRate));
     // A first block with a bad version starts the search; it is not final,
     // so finding it instead of the planted header gives the message. The
     // first stretch is 1760..12000, the next 0..1792.
     const std::string invalid = line(0, kInvalidVersion);
     auto lastHeaderAt = [](uint64_t at, const Spec& last) {
-        Bytes file = concat({wvBlock(Spec().version(1025).flags(kRate)), Bytes(12000 - 64, 0xEE)});
+        Bytes file = concat({wvBlock(Block().version(1025).flags(kRate)), Bytes(12000 - 64, 0xEE)});
         std::copy_n(wvBlock(last).begin(), 32, file.begin() + at);
         return file;
     };
-    Bytes cut = lastHeaderAt(11000, Spec().blockIndex(50));
+    Bytes cut = lastHeaderAt(11000, Block().blockIndex(50));
     std::copy_n("wvpk", 4, cut.begin() + 11969);  // no whole header in the last 31 bytes
     runCases({
-        {"known count", concat({wvBlock(Spec()), Bytes(100, 0xEE)}), ""},
+        {"known count", concat({wvBlock(Block()), Bytes(100, 0xEE)}), ""},
         // The 40-bit count 0x1FFFFFFFF is not the "unknown" value.
-        {"40-bit count", concat({wvBlock(Spec().totalSamples(0x1FFFFFFFF)), Bytes(100, 0xEE)}), ""},
+        {"40-bit count", concat({wvBlock(Block().totalSamples(0x1FFFFFFFF)), Bytes(100, 0xEE)}), ""},
         // A lone final block with an unknown count finds itself: its sum is not 0.
         {"finds itself", concat({wvBlock(unknownCount), Bytes(100, 0xEE)}), ""},
-        {"index only", concat({wvBlock(unknownCount), wvBlock(Spec().totalSamples(0).blockIndex(500))}), ""},
-        {"count only", concat({wvBlock(unknownCount), wvBlock(Spec().totalSamples(500))}), ""},
-        {"sum 0", concat({wvBlock(unknownCount), wvBlock(Spec().totalSamples(0))}), kNoAudioInfo},
+        {"index only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0).blockIndex(500))}), ""},
+        {"count only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(500))}), ""},
+        {"sum 0", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0))}), kNoAudioInfo},
         {"newest not final", concat({wvBlock(unknownCount), decoy}), kNoAudioInfo},
-        {"first index not 0", wvBlock(Spec().blockIndex(7)), ""},
+        {"first index not 0", wvBlock(Block().blockIndex(7)), ""},
         {"tag not searched",
-         concat({wvBlock(Spec().flags(kRate | kWvFinal).blockIndex(3)), Bytes(40, 0),
+         concat({wvBlock(Block().flags(kRate | kWvFinal).blockIndex(3)), Bytes(40, 0),
                  apeTag(ApeTagSpec().items({apeItem("Comment", decoy, kItemBinary)}))}),
          ""},
-        {"final across the stretch start", lastHeaderAt(1759, Spec().blockIndex(50)), invalid},
-        {"not final in the overlap", lastHeaderAt(1750, Spec().flags(kRate)), invalid + kNoAudioInfo},
-        {"final at the end", lastHeaderAt(11968, Spec().blockIndex(50)), invalid},
-        {"not final at the end", lastHeaderAt(11968, Spec().flags(kRate)), invalid + kNoAudioInfo},
+        {"final across the stretch start", lastHeaderAt(1759, Block().blockIndex(50)), invalid},
+        {"not final in the overlap", lastHeaderAt(1750, Block().flags(kRate)), invalid + kNoAudioInfo},
+        {"final at the end", lastHeaderAt(11968, Block().blockIndex(50)), invalid},
+        {"not final at the end", lastHeaderAt(11968, Block().flags(kRate)), invalid + kNoAudioInfo},
         {"marker in the last 31 bytes", cut, invalid},
     });
 }
