@@ -102,13 +102,13 @@ TEST(WVTag, ApeTagStartEndsTheStream) {
 // its block index plus its total-samples field is the count. The search
 // reads stretches of 10240 bytes, newest first, overlapping by 32 bytes.
 TEST(WVTag, EndOfStreamSearch) {
-    const Spec unknownCount = Block().totalSamples(0xFFFFFFFF);
+    const Block unknownCount = Block().totalSamples(0xFFFFFFFF);
     const Bytes decoy = wvBlock(Block().flags(kRate));
     // A first block with a bad version starts the search; it is not final,
     // so finding it instead of the planted header gives the message. The
     // first stretch is 1760..12000, the next 0..1792.
     const std::string invalid = line(0, kInvalidVersion);
-    auto lastHeaderAt = [](uint64_t at, const Spec& last) {
+    auto lastHeaderAt = [](uint64_t at, const Block& last) {
         Bytes file = concat({wvBlock(Block().version(1025).flags(kRate)), Bytes(12000 - 64, 0xEE)});
         std::copy_n(wvBlock(last).begin(), 32, file.begin() + at);
         return file;
