@@ -93,8 +93,8 @@ TEST(FlacTag, CommentAndPictureFraming) {
     const Bytes textOver = ByteBuilder().bytes(vorbisComments("ven", {"A=1"}, 2)).le32(50).str("B=2").take();
     // Width, height, depth and colours cut short: the picture data length
     // does not fit and nothing is said.
-    Bytes cutPicture = pictureData(3, "image/jpeg", "d", {});
-    cutPicture.resize(cutPicture.size() - 8);
+    const Bytes fullPicture = pictureData(3, "image/jpeg", "d", {});
+    const Bytes cutPicture(fullPicture.begin(), fullPicture.end() - 8);
     const std::vector<Bytes> blocks{
         flacBlock(kFlacVorbisComment, Bytes{1, 0, 0}),
         flacBlock(kFlacVorbisComment, ByteBuilder().le32(100).str("abcdef").take()),

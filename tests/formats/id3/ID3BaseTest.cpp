@@ -64,8 +64,8 @@ TEST(ID3Header, VersionRevisionAndFlagRules) {
         {"v2.4 undefined bit", id3Tag(4, id3Frame("TIT2", id3Text("T"), 4), 0x01), badFlags},
         {"size 0", id3Tag(3, {}), framing(0, "Invalid ID3 tag size of 0")},
     });
-    Bytes truncated = id3Tag(3, title, 0, 40);
-    truncated.resize(truncated.size() - 10);
+    const Bytes whole = id3Tag(3, title, 0, 40);
+    const Bytes truncated(whole.begin(), whole.end() - 10);
     EXPECT_EQ(readTag(truncated).log, framing(0, "ID3 tag overflows the file"));
 }
 
