@@ -7,6 +7,7 @@
 
 #include "tests/fixtures/ApeBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/LogCases.h"
 
 namespace sondrel {
 namespace {
@@ -25,18 +26,6 @@ Bytes truncated(Bytes b, size_t n) {
 }
 Bytes tagWith(std::vector<Bytes> items) {
     return apeTag(ApeTagSpec().items(items));
-}
-
-struct Case {
-    const char* name;
-    Bytes file;
-    std::string expected;
-};
-void runCases(const std::vector<Case>& cases) {
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(problemsFor("x.ape", c.file), c.expected);
-    }
 }
 
 const std::string kReadError = line(0, "File", "Read error");
@@ -60,32 +49,34 @@ TEST(ApeTag, BothHeaderLayoutsWithAnApeV2TagAreClean) {
 // header offsets count from where the marker was found.
 TEST(ApeTag, StreamHeader) {
     const Bytes keyless = tagWith({apeItem("", "x")});
-    runCases({
-        // 41 bytes are too small for the marker and tag steps; the stream
-        // header is still read, and the new layout's 68-byte read fails.
-        {"41 bytes", truncated(macHeaderNew(), 41),
-         line(0, "File", "Invalid file size for APE file") + kReadError + kNoProperties},
-        {"42 bytes", truncated(macHeaderNew(), 42), kReadError + kNoProperties},
-        {"3 bytes", Bytes{'M', 'A', 'C'}, line(0, "File", "Invalid file size for APE file") + kReadError},
-        // Old layout without the WAVE header: reported, but counted as read.
-        {"old, no WAVE header", concat({macHeaderOld(3979, false), Bytes(100, 0)}), kNoAudioProperties},
-        {"old, cut in the WAVE header", truncated(macHeaderOld(3970), 60), kReadError + kNoProperties},
-        // New layout: a descriptor length other than 52 is an absolute offset
-        // of 24 more bytes, readable or not, never counted from the marker.
-        {"descriptor readable", concat({macHeaderNew(3990, 100), Bytes(100, 0)}), ""},
-        {"descriptor past the end", concat({macHeaderNew(3990, 170), Bytes(100, 0)}),
-         kReadError + kNoProperties},
-        {"descriptor absolute", concat({Bytes(100, 0), macHeaderNew(3990, 170), Bytes(20, 0)}), ""},
-        // The marker across the first 10240-byte block of the search.
-        {"marker searched", concat({Bytes(10238, 0x11), macHeaderOld(3970, false), Bytes(50, 0)}),
-         line(10238, "File", "Cannot determine audio properties")},
-        {"marker behind 'M's", concat({Bytes(7, 'M'), macHeaderNew(), keyless}),
-         line(7 + 80, "File", "Tag Item key is empty")},
-        // No marker: the ID3v1 and tag steps are skipped; the stream header is
-        // read at 0 (version 0 here, so the old layout).
-        {"no marker", concat({Bytes(100, 0), keyless, id3v1Tag()}),
-         line(0, "File", "Missing 'MAC ' header") + kNoAudioProperties},
-    });
+    expectLogs(
+        "x.ape",
+        {
+            // 41 bytes are too small for the marker and tag steps; the stream
+            // header is still read, and the new layout's 68-byte read fails.
+            {"41 bytes", truncated(macHeaderNew(), 41),
+             line(0, "File", "Invalid file size for APE file") + kReadError + kNoProperties},
+            {"42 bytes", truncated(macHeaderNew(), 42), kReadError + kNoProperties},
+            {"3 bytes", Bytes{'M', 'A', 'C'}, line(0, "File", "Invalid file size for APE file") + kReadError},
+            // Old layout without the WAVE header: reported, but counted as read.
+            {"old, no WAVE header", concat({macHeaderOld(3979, false), Bytes(100, 0)}), kNoAudioProperties},
+            {"old, cut in the WAVE header", truncated(macHeaderOld(3970), 60), kReadError + kNoProperties},
+            // New layout: a descriptor length other than 52 is an absolute offset
+            // of 24 more bytes, readable or not, never counted from the marker.
+            {"descriptor readable", concat({macHeaderNew(3990, 100), Bytes(100, 0)}), ""},
+            {"descriptor past the end", concat({macHeaderNew(3990, 170), Bytes(100, 0)}),
+             kReadError + kNoProperties},
+            {"descriptor absolute", concat({Bytes(100, 0), macHeaderNew(3990, 170), Bytes(20, 0)}), ""},
+            // The marker across the first 10240-byte block of the search.
+            {"marker searched", concat({Bytes(10238, 0x11), macHeaderOld(3970, false), Bytes(50, 0)}),
+             line(10238, "File", "Cannot determine audio properties")},
+            {"marker behind 'M's", concat({Bytes(7, 'M'), macHeaderNew(), keyless}),
+             line(7 + 80, "File", "Tag Item key is empty")},
+            // No marker: the ID3v1 and tag steps are skipped; the stream header is
+            // read at 0 (version 0 here, so the old layout).
+            {"no marker", concat({Bytes(100, 0), keyless, id3v1Tag()}),
+             line(0, "File", "Missing 'MAC ' header") + kNoAudioProperties},
+        });
 }
 
 // A leading ID3v2 tag: refused, it stops the marker search and the stream
@@ -106,16 +97,17 @@ TEST(ApeTag, LeadingID3v2Tag) {
     const Bytes id3 = id3b.take();
     const uint64_t mac = id3.size() + 5;
     const uint64_t items = mac + macHeaderOld(3970, false).size() + 100;
-    runCases({
-        {"refused", refused, line(0, "File", "Error extracting ID3v2 tag")},
-        {"refused 2.3.1", v231,
-         line(0, "Framing", "Invalid ID3 version 2.3.1") + line(0, "File", "Error extracting ID3v2 tag") +
-             kNoAudioProperties},
-        {"accepted", concat({id3, Bytes(5, 0), macHeaderOld(3970, false), Bytes(100, 0), keyless}),
-         line(0, "File", "File contains an ID3v2 tag") +
-             line(mac, "File", "Cannot determine audio properties") +
-             line(items, "File", "Tag Item key is empty")},
-    });
+    expectLogs("x.ape",
+               {
+                   {"refused", refused, line(0, "File", "Error extracting ID3v2 tag")},
+                   {"refused 2.3.1", v231,
+                    line(0, "Framing", "Invalid ID3 version 2.3.1") +
+                        line(0, "File", "Error extracting ID3v2 tag") + kNoAudioProperties},
+                   {"accepted", concat({id3, Bytes(5, 0), macHeaderOld(3970, false), Bytes(100, 0), keyless}),
+                    line(0, "File", "File contains an ID3v2 tag") +
+                        line(mac, "File", "Cannot determine audio properties") +
+                        line(items, "File", "Tag Item key is empty")},
+               });
 }
 
 // The footer and its reads. With an ID3v1 tag in the last 128 bytes the
@@ -126,23 +118,25 @@ TEST(ApeTag, FooterAndTagReads) {
     const Bytes body = concat({stream, Bytes(100, 0)});
     const Bytes withV1 = concat({body, tagWith({apeItem("Title", "x"), apeItem("", "y")}), id3v1Tag()});
     const Bytes shortV1 = concat({truncated(stream, 12), id3v1Tag()});
-    runCases({
-        {"ID3v1 moves the footer", withV1,
-         line(withV1.size() - 128, "File", "Contains an ID3V1 tag") +
-             line(body.size() + apeItem("Title", "x").size(), "File", "Tag Item key is empty")},
-        // Shorter than 160 bytes: the footer offset wraps.
-        {"ID3v1 in a tiny file", shortV1,
-         line(shortV1.size() - 128, "File", "Contains an ID3V1 tag") + kReadError},
-        {"item area larger than the file",
-         concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(1000))}), kReadError},
-        // A tag size below 32 makes a negative item-area size.
-        {"tag size 8", concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(8))}),
-         kReadError},
-        // The header probe 32 bytes before a footer that starts at 10.
-        {"header probe before the file",
-         concat({truncated(stream, 10), apeTag(ApeTagSpec().headerFlag(true))}),
-         kReadError + kReadError + kNoProperties},
-    });
+    expectLogs(
+        "x.ape",
+        {
+            {"ID3v1 moves the footer", withV1,
+             line(withV1.size() - 128, "File", "Contains an ID3V1 tag") +
+                 line(body.size() + apeItem("Title", "x").size(), "File", "Tag Item key is empty")},
+            // Shorter than 160 bytes: the footer offset wraps.
+            {"ID3v1 in a tiny file", shortV1,
+             line(shortV1.size() - 128, "File", "Contains an ID3V1 tag") + kReadError},
+            {"item area larger than the file",
+             concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(1000))}), kReadError},
+            // A tag size below 32 makes a negative item-area size.
+            {"tag size 8", concat({stream, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(8))}),
+             kReadError},
+            // The header probe 32 bytes before a footer that starts at 10.
+            {"header probe before the file",
+             concat({truncated(stream, 10), apeTag(ApeTagSpec().headerFlag(true))}),
+             kReadError + kReadError + kNoProperties},
+        });
 }
 
 TEST(ApeTag, Items) {
@@ -168,32 +162,36 @@ TEST(ApeTag, Items) {
     };
     const std::string overflow = line(base, "File", "Tag Item overflows");
     const std::string unterminated = "Tag Item key name not terminated";
-    runCases({
-        {"APEv2 artwork", concat({stream, v2}),
-         line(base, "Tag", "Artwork item is missing data prefix") +
-             line(base + cover.size(), "Tag", "Artwork item is missing data prefix")},
-        // APEv1: flags are ignored, every value is text; the walk goes on.
-        {"APEv1", concat({stream, apeTag(ApeTagSpec().version(kApeV1).items({cover, apeItem("", "x")}))}),
-         line(base + cover.size(), "File", "Tag Item key is empty")},
-        {"keys", concat({stream, tagWith(keys)}),
-         line(at[0], "File", "Tag Item key is empty") + line(at[1], "File", "Tag Item key is empty") +
-             line(at[2], "File", "Tag Item key is invalid") + line(at[4], "File", "Tag Item key is empty")},
-        {"count 0", concat({stream, apeTag(ApeTagSpec().items(keys).count(0))}), ""},
-        // A count larger than the items ends quietly at the end of the area,
-        // or with an overflow when fewer than 8 bytes remain.
-        {"count past the area", area(title, 5), ""},
-        {"count past the area, 7 bytes left", area(concat({title, Bytes(7, 0)}), 5),
-         line(base + title.size(), "File", "Tag Item overflows")},
-        {"uncounted trailing bytes", area(concat({title, Bytes(7, 0)}), 1), ""},
-        // Value size beyond the area, measured from the flags field.
-        {"value size wraps", area(ByteBuilder().le32(0xFFFFFFF0).le32(0).str("K").u8(0).take(), 1), overflow},
-        {"value size past the area", area(ByteBuilder().le32(10).le32(0).str("ab").u8(0).zeros(5).take(), 1),
-         overflow},
-        {"key to the end of the area", area(ByteBuilder().le32(0).le32(0).str("Title").take(), 1),
-         line(base, "File", unterminated)},
-        {"key at the end of the area", area(concat({title, ByteBuilder().le32(0).le32(0).take()}), 2),
-         line(base + title.size(), "File", unterminated)},
-    });
+    expectLogs(
+        "x.ape",
+        {
+            {"APEv2 artwork", concat({stream, v2}),
+             line(base, "Tag", "Artwork item is missing data prefix") +
+                 line(base + cover.size(), "Tag", "Artwork item is missing data prefix")},
+            // APEv1: flags are ignored, every value is text; the walk goes on.
+            {"APEv1", concat({stream, apeTag(ApeTagSpec().version(kApeV1).items({cover, apeItem("", "x")}))}),
+             line(base + cover.size(), "File", "Tag Item key is empty")},
+            {"keys", concat({stream, tagWith(keys)}),
+             line(at[0], "File", "Tag Item key is empty") + line(at[1], "File", "Tag Item key is empty") +
+                 line(at[2], "File", "Tag Item key is invalid") +
+                 line(at[4], "File", "Tag Item key is empty")},
+            {"count 0", concat({stream, apeTag(ApeTagSpec().items(keys).count(0))}), ""},
+            // A count larger than the items ends quietly at the end of the area,
+            // or with an overflow when fewer than 8 bytes remain.
+            {"count past the area", area(title, 5), ""},
+            {"count past the area, 7 bytes left", area(concat({title, Bytes(7, 0)}), 5),
+             line(base + title.size(), "File", "Tag Item overflows")},
+            {"uncounted trailing bytes", area(concat({title, Bytes(7, 0)}), 1), ""},
+            // Value size beyond the area, measured from the flags field.
+            {"value size wraps", area(ByteBuilder().le32(0xFFFFFFF0).le32(0).str("K").u8(0).take(), 1),
+             overflow},
+            {"value size past the area",
+             area(ByteBuilder().le32(10).le32(0).str("ab").u8(0).zeros(5).take(), 1), overflow},
+            {"key to the end of the area", area(ByteBuilder().le32(0).le32(0).str("Title").take(), 1),
+             line(base, "File", unterminated)},
+            {"key at the end of the area", area(concat({title, ByteBuilder().le32(0).le32(0).take()}), 2),
+             line(base + title.size(), "File", unterminated)},
+        });
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "tests/fixtures/ApeBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/LogCases.h"
 
 namespace sondrel {
 namespace {
@@ -28,18 +29,6 @@ const std::string kInvalidVersion = "Invalid codec version";
 const std::string kDamaged = "The audio stream appears to be damaged";
 const std::string kNoMarker = "Missing 'wvpk' header";
 
-struct Case {
-    const char* name;
-    Bytes file;
-    std::string expected;
-};
-void runCases(const std::vector<Case>& cases) {
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(problemsFor("x.wv", c.file), c.expected);
-    }
-}
-
 // Blocks are walked up to the first one marked final; the flags are those of
 // the latest block with non-zero flags, so an unknown rate carries over. A
 // bad block ends the walk; alone, it leaves the block index at 1, and the
@@ -51,23 +40,26 @@ TEST(WVTag, BlockChain) {
     Bytes broken = concat({wvBlock(Block().flags(kRate).blockIndex(5)), wvBlock(Block()), Bytes(64, 0)});
     broken[64] = 'x';  // a broken chain ends the checks at once, without the end search
     const uint32_t unknown = kWvRateUnknown;
-    runCases({
-        {"42 bytes", block42, ""},
-        {"41 bytes", Bytes(block42.begin(), block42.end() - 1), line(0, "Invalid file size for APE file")},
-        {"not WavPack", other, line(0, kNoMarker)},
-        {"version 1026", wvBlock(Block().version(1026)), ""},
-        {"version 1040", wvBlock(Block().version(1040)), ""},
-        {"version 1025", wvBlock(Block().version(1025)), line(0, kInvalidVersion)},
-        {"version 1041", wvBlock(Block().version(1041)), line(0, kInvalidVersion)},
-        {"version 1041 second",
-         concat({wvBlock(Block().flags(kRate)), wvBlock(Block().version(1041).blockIndex(1000))}),
-         line(64, kInvalidVersion)},
-        {"unknown rate",
-         concat({wvBlock(Block().blockSize(100).flags(unknown)), wvBlock(Block().flags(0)),
-                 wvBlock(Block().flags(kRate | kWvFinal)), wvBlock(Block().flags(unknown | kWvFinal))}),
-         line(0, "The sample rate is unknown") + line(108, "The sample rate is unknown")},
-        {"broken chain", broken, line(64, kNoMarker)},
-    });
+    expectLogs(
+        "x.wv",
+        {
+            {"42 bytes", block42, ""},
+            {"41 bytes", Bytes(block42.begin(), block42.end() - 1),
+             line(0, "Invalid file size for APE file")},
+            {"not WavPack", other, line(0, kNoMarker)},
+            {"version 1026", wvBlock(Block().version(1026)), ""},
+            {"version 1040", wvBlock(Block().version(1040)), ""},
+            {"version 1025", wvBlock(Block().version(1025)), line(0, kInvalidVersion)},
+            {"version 1041", wvBlock(Block().version(1041)), line(0, kInvalidVersion)},
+            {"version 1041 second",
+             concat({wvBlock(Block().flags(kRate)), wvBlock(Block().version(1041).blockIndex(1000))}),
+             line(64, kInvalidVersion)},
+            {"unknown rate",
+             concat({wvBlock(Block().blockSize(100).flags(unknown)), wvBlock(Block().flags(0)),
+                     wvBlock(Block().flags(kRate | kWvFinal)), wvBlock(Block().flags(unknown | kWvFinal))}),
+             line(0, "The sample rate is unknown") + line(108, "The sample rate is unknown")},
+            {"broken chain", broken, line(64, kNoMarker)},
+        });
 }
 
 // The stream ends where the APE tag begins: a next block header needs its 32
@@ -78,23 +70,25 @@ TEST(WVTag, ApeTagStartEndsTheStream) {
     const Bytes tail = apeTag(ApeTagSpec().items({title, apeItem("", "x")}));
     Bytes longBlock = wvBlock(Block().blockSize(1000).flags(kRate));
     longBlock.resize(64);
-    runCases({
-        {"16 bytes before the tag", concat({first, Bytes(16, 0), tail}),
-         line(64, kDamaged) + line(80 + title.size(), "Tag Item key is empty")},
-        {"32 bytes before the tag", concat({first, Bytes(32, 0), tail}),
-         line(64, kNoMarker) + line(96 + title.size(), "Tag Item key is empty")},
-        // An item-less tag's header right before the footer shortens the
-        // stream; in front of items it is not looked for.
-        {"header before footer", concat({first, apeTag(ApeTagSpec().headerFlag(true).writeHeader(true))}),
-         line(64, kDamaged)},
-        {"header before items",
-         concat({first, apeTag(ApeTagSpec().items({title}).headerFlag(true).writeHeader(true))}),
-         line(64, kNoMarker)},
-        // An item area before the file's start leaves the stream unbounded.
-        {"item area before the file",
-         concat({longBlock, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(5000))}),
-         line(0, "Read error") + line(1008, "Read error")},
-    });
+    expectLogs(
+        "x.wv",
+        {
+            {"16 bytes before the tag", concat({first, Bytes(16, 0), tail}),
+             line(64, kDamaged) + line(80 + title.size(), "Tag Item key is empty")},
+            {"32 bytes before the tag", concat({first, Bytes(32, 0), tail}),
+             line(64, kNoMarker) + line(96 + title.size(), "Tag Item key is empty")},
+            // An item-less tag's header right before the footer shortens the
+            // stream; in front of items it is not looked for.
+            {"header before footer", concat({first, apeTag(ApeTagSpec().headerFlag(true).writeHeader(true))}),
+             line(64, kDamaged)},
+            {"header before items",
+             concat({first, apeTag(ApeTagSpec().items({title}).headerFlag(true).writeHeader(true))}),
+             line(64, kNoMarker)},
+            // An item area before the file's start leaves the stream unbounded.
+            {"item area before the file",
+             concat({longBlock, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(5000))}),
+             line(0, "Read error") + line(1008, "Read error")},
+        });
 }
 
 // A first block with index 0 and a known count needs no search; otherwise
@@ -115,27 +109,30 @@ TEST(WVTag, EndOfStreamSearch) {
     };
     Bytes cut = lastHeaderAt(11000, Block().blockIndex(50));
     std::copy_n("wvpk", 4, cut.begin() + 11969);  // no whole header in the last 31 bytes
-    runCases({
-        {"known count", concat({wvBlock(Block()), Bytes(100, 0xEE)}), ""},
-        // The 40-bit count 0x1FFFFFFFF is not the "unknown" value.
-        {"40-bit count", concat({wvBlock(Block().totalSamples(0x1FFFFFFFF)), Bytes(100, 0xEE)}), ""},
-        // A lone final block with an unknown count finds itself: its sum is not 0.
-        {"finds itself", concat({wvBlock(unknownCount), Bytes(100, 0xEE)}), ""},
-        {"index only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0).blockIndex(500))}), ""},
-        {"count only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(500))}), ""},
-        {"sum 0", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0))}), kNoAudioInfo},
-        {"newest not final", concat({wvBlock(unknownCount), decoy}), kNoAudioInfo},
-        {"first index not 0", wvBlock(Block().blockIndex(7)), ""},
-        {"tag not searched",
-         concat({wvBlock(Block().flags(kRate | kWvFinal).blockIndex(3)), Bytes(40, 0),
-                 apeTag(ApeTagSpec().items({apeItem("Comment", decoy, kItemBinary)}))}),
-         ""},
-        {"final across the stretch start", lastHeaderAt(1759, Block().blockIndex(50)), invalid},
-        {"not final in the overlap", lastHeaderAt(1750, Block().flags(kRate)), invalid + kNoAudioInfo},
-        {"final at the end", lastHeaderAt(11968, Block().blockIndex(50)), invalid},
-        {"not final at the end", lastHeaderAt(11968, Block().flags(kRate)), invalid + kNoAudioInfo},
-        {"marker in the last 31 bytes", cut, invalid},
-    });
+    expectLogs(
+        "x.wv",
+        {
+            {"known count", concat({wvBlock(Block()), Bytes(100, 0xEE)}), ""},
+            // The 40-bit count 0x1FFFFFFFF is not the "unknown" value.
+            {"40-bit count", concat({wvBlock(Block().totalSamples(0x1FFFFFFFF)), Bytes(100, 0xEE)}), ""},
+            // A lone final block with an unknown count finds itself: its sum is not 0.
+            {"finds itself", concat({wvBlock(unknownCount), Bytes(100, 0xEE)}), ""},
+            {"index only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0).blockIndex(500))}),
+             ""},
+            {"count only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(500))}), ""},
+            {"sum 0", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0))}), kNoAudioInfo},
+            {"newest not final", concat({wvBlock(unknownCount), decoy}), kNoAudioInfo},
+            {"first index not 0", wvBlock(Block().blockIndex(7)), ""},
+            {"tag not searched",
+             concat({wvBlock(Block().flags(kRate | kWvFinal).blockIndex(3)), Bytes(40, 0),
+                     apeTag(ApeTagSpec().items({apeItem("Comment", decoy, kItemBinary)}))}),
+             ""},
+            {"final across the stretch start", lastHeaderAt(1759, Block().blockIndex(50)), invalid},
+            {"not final in the overlap", lastHeaderAt(1750, Block().flags(kRate)), invalid + kNoAudioInfo},
+            {"final at the end", lastHeaderAt(11968, Block().blockIndex(50)), invalid},
+            {"not final at the end", lastHeaderAt(11968, Block().flags(kRate)), invalid + kNoAudioInfo},
+            {"marker in the last 31 bytes", cut, invalid},
+        });
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "tests/fixtures/ByteBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/ID3Builder.h"
+#include "tests/fixtures/LogCases.h"
 #include "tests/fixtures/SimpleID3Tag.h"
 
 namespace sondrel::fixtures::chunkedtest {
@@ -58,20 +59,6 @@ inline Bytes experimentalTag() {
     return chunked::id3v23Tag({chunked::id3v23Text("TIT2", "Title")}, 0, chunked::kID3Experimental);
 }
 inline const std::string kExperimental = "Experimental bit is set in the tag header";
-
-// A built file and the whole log text it must draw.
-struct Case {
-    const char* name;
-    Bytes input;
-    std::string expected;
-};
-
-inline void expectLogs(const char* fileName, const std::vector<Case>& cases) {
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(problemsFor(fileName, c.input), c.expected);
-    }
-}
 
 // Writes `head` at 0 and `tail` at `tailAt`, leaving a hole: a file beyond
 // 4 GiB that costs no disk space and whose middle is never read.

@@ -7,6 +7,7 @@
 
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/FlacBuilder.h"
+#include "tests/fixtures/LogCases.h"
 
 namespace sondrel {
 namespace {
@@ -31,11 +32,7 @@ TEST(FlacTag, WalkAndStreamInfoFaults) {
     const Bytes badComment = flacBlock(kFlacVorbisComment, vorbisComments("v", {"NOEQUALS"}));
     const uint64_t afterComment = 4 + 38 + badComment.size();
     const Bytes image = ByteBuilder().str("not really an image").take();
-    struct Case {
-        const char* name;
-        Bytes file;
-        std::string expected;
-    } cases[] = {
+    const std::vector<LogCase> cases = {
         {"clean", flacFile({}), ""},
         {"41 bytes", ByteBuilder().str("fLaC").zeros(37).take(),
          line(0, "Fatal", "Invalid file size for FLAC file")},
@@ -81,10 +78,7 @@ TEST(FlacTag, WalkAndStreamInfoFaults) {
         {"ID3 only", ByteBuilder().bytes(id3Tag()).zeros(100).take(),
          line(0, "Container", "File contains an ID3 tag") + line(0, "Fatal", "Invalid FLAC header")},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(problemsFor("x.flac", c.file), c.expected);
-    }
+    expectLogs("x.flac", cases);
 }
 
 TEST(FlacTag, CommentAndPictureFraming) {
