@@ -49,14 +49,14 @@ class ApeTag : public Checker {
     bool spanForApeMarker();
     bool checkForID3();
     void checkForID3V1Tag();
-    // Reads the APE tag footer (and header probe) and the item area.
+    // Reads the APE tag footer (and header probe) and makes sure the item
+    // area lies inside the file.
     bool checkForAPE();
     void validateFile();
     bool validateOld();
     bool validateNew();
     // Walks the items of the tag read by checkForAPE.
     void getAPETags();
-    void getArtwork(ByteSpan value);
 
     uint64_t fileSize = 0;
     std::unique_ptr<FileHandle> fileHandle;
@@ -76,7 +76,6 @@ class ApeTag : public Checker {
     uint64_t ape_flags = 0;
     uint64_t ape_version = 0;
     bool ape_hasHeader = false;
-    Bytes ape_data;
     uint64_t sampleFrames = 0;
     bool forceNonSimple = false;
     uint64_t itemCursor = 0;
