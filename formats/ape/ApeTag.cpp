@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "core/ByteReader.h"
 #include "core/LogError.h"
 #include "core/Text.h"
 #include "formats/id3/ID3Base.h"
@@ -176,14 +177,6 @@ bool ApeTag::closeFile() {
     return ok;
 }
 
-uint64_t ApeTag::getData(const uint8_t* p, unsigned count) {
-    if (!p) p = nextByte;
-    uint64_t value = 0;
-    for (unsigned i = 0; i < count && i < 8; ++i) value |= uint64_t(p[i]) << (8 * i);
-    nextByte = p + count;
-    return value;
-}
-
 bool ApeTag::validateSignature(const uint8_t* bytes, size_t count, const char* pattern) {
     return count == 0 || std::memcmp(bytes, pattern, count) == 0;
 }
@@ -257,10 +250,13 @@ bool ApeTag::checkForAPE() {
         return false;
     }
     if (!validateSignature(footer->data(), 8, "APETAGEX")) return false;
-    ape_version = getData(footer->data() + 8, 4);
-    ape_size = getData(nullptr, 4) - kFooterSize;
-    ape_count = getData(nullptr, 4);
-    ape_flags = getData(nullptr, 4);
+    // Signature, version, size, item count, flags; the 32 bytes are all there.
+    ByteReader fields(*footer);
+    fields.skip(8);
+    ape_version = fields.le32().value_or(0);
+    ape_size = uint64_t(fields.le32().value_or(0)) - kFooterSize;
+    ape_count = fields.le32().value_or(0);
+    ape_flags = fields.le32().value_or(0);
     ape_base = footerOffset - ape_size;
     macSize = ape_base - macStart;
 
@@ -295,7 +291,9 @@ void ApeTag::validateFile() {
         theTag->logError(kFile, macStart, kReadError);
         return;
     }
-    macVersion = getData(start->data() + 4, 2);
+    ByteReader fields(*start);
+    fields.skip(4);
+    macVersion = fields.le16().value_or(0);
     bool ok = macVersion < kNewLayoutVersion ? validateOld() : validateNew();
     if (!ok) theTag->logError(kFile, macStart, kCannotExtract);
 }
@@ -325,7 +323,7 @@ bool ApeTag::validateNew() {
         theTag->logError(kFile, macStart, kReadError);
         return false;
     }
-    uint64_t descriptorLength = getData(descriptor->data(), 4);
+    const uint64_t descriptorLength = ByteReader(*descriptor).le32().value_or(0);
     if (descriptorLength == kDescriptorLength) return true;
     if (!readAt(descriptorLength, 24)) {
         theTag->logError(kFile, macStart, kReadError);

@@ -33,10 +33,6 @@ class ApeTag : public Checker {
     bool setupFileForReading();
     // Closes the handle; "Error closing the file" when that fails.
     bool closeFile();
-    // Reads `count` (at most 8) bytes little-endian from `p`, or from
-    // `nextByte` when `p` is null, and leaves `nextByte` behind them. The
-    // caller has checked that the bytes exist.
-    uint64_t getData(const uint8_t* p, unsigned count);
     // True when the first `count` bytes equal `pattern` (count 0 is true).
     static bool validateSignature(const uint8_t* bytes, size_t count, const char* pattern);
     // A read of exactly `length` bytes inside the file, or none (also when
@@ -63,7 +59,6 @@ class ApeTag : public Checker {
     std::string theFile;
     bool haveValidTag = false;
     Tag* theTag = nullptr;
-    const uint8_t* nextByte = nullptr;
     uint64_t revision = 0;
     uint64_t version = 0;
     bool hasAPE = false;
