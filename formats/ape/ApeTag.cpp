@@ -1,8 +1,12 @@
 #include "formats/ape/ApeTag.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
+#include "core/ByteReader.h"
 #include "core/LogError.h"
 #include "core/Text.h"
 #include "formats/id3/ID3Base.h"
@@ -24,8 +28,8 @@ constexpr const char* kItemOverflows = "Tag Item overflows";
 constexpr const char* kKeyNotTerminated = "Tag Item key name not terminated";
 constexpr const char* kKeyEmpty = "Tag Item key is empty";
 constexpr const char* kKeyInvalid = "Tag Item key is invalid";
-constexpr const char* kCannotDecode = "Cannot decode tag item value";
 constexpr const char* kArtworkNoPrefix = "Artwork item is missing data prefix";
+constexpr const char* kTooManyItems = "Too many tag items: the check stopped after {} items";
 
 // Files of 41 bytes or less are refused as too small for either format.
 constexpr uint64_t kMinimumFileSize = 42;
@@ -40,15 +44,103 @@ constexpr uint32_t kApeV2 = 2000;
 constexpr uint32_t kHasHeaderFlag = 0x80000000u;
 
 // Item kinds from flag bits 1..2: text, binary, external link, reserved.
-enum ItemKind : unsigned { kText = 0, kBinary = 1, kReserved = 3 };
+enum ItemKind : unsigned { kBinary = 1, kReserved = 3 };
+
+// Real tags hold a few dozen items. A tag with more than this many is made to
+// exhaust the checker (an item can cost a log line), and its walk stops.
+constexpr uint64_t kMaxItems = 100000;
+// The stretch of the item area held at once.
+constexpr uint64_t kWindowSize = 65536;
+
+// What the item walk needs of a key, gathered without holding the key whole:
+// whether it is 7-bit ASCII, and its printable characters (those from 32 to
+// 126), counted, of which the first few are kept for matching the names of
+// artwork items.
+struct ItemKey {
+    static constexpr size_t kKept = 64;
+    bool notASCII = false;
+    uint64_t printable = 0;
+    std::string start;
+
+    bool isArtworkName() const {
+        constexpr std::string_view kFront = "Cover Art (front)";
+        constexpr std::string_view kPrefix = "Artwork-";
+        const std::string_view s(start);
+        return (printable == kFront.size() && text::equalsCaseInsensitive(s, kFront)) ||
+               (s.size() >= kPrefix.size() &&
+                text::equalsCaseInsensitive(s.substr(0, kPrefix.size()), kPrefix));
+    }
+};
+
+// A window of at most kWindowSize bytes onto the item area
+// [base, base + size) of the file. Positions are relative to the area; the
+// callers keep them inside it.
+class AreaWindow {
+  public:
+    AreaWindow(FileHandle& handle, uint64_t base, uint64_t size)
+        : handle_(handle), base_(base), size_(size) {}
+
+    // The `length` bytes (at most kWindowSize) at `pos`, or null when the
+    // read fails or they do not lie inside the area.
+    const uint8_t* at(uint64_t pos, uint64_t length) {
+        if (length > kWindowSize || !fits(size_, pos, length)) return nullptr;
+        if (pos >= start_ && fits(window_.size(), pos - start_, length))
+            return window_.data() + (pos - start_);
+        const uint64_t take = std::min(kWindowSize, size_ - pos);
+        window_.resize(size_t(take));
+        if (!handle_.readInto(base_ + pos, window_.data(), take)) {
+            window_.clear();
+            return nullptr;
+        }
+        start_ = pos;
+        return window_.data() + (pos - start_);
+    }
+
+    // The position of the first zero byte in [pos, end), `end` when there is
+    // none, or nullopt when a read fails.
+    std::optional<uint64_t> findZero(uint64_t pos, uint64_t end) {
+        if (end > size_) return std::nullopt;
+        while (pos < end) {
+            const uint64_t length = std::min(kWindowSize, end - pos);
+            const uint8_t* p = at(pos, length);
+            if (!p) return std::nullopt;
+            if (const void* zero = std::memchr(p, 0, size_t(length)))
+                return pos + uint64_t(static_cast<const uint8_t*>(zero) - p);
+            pos += length;
+        }
+        return end;
+    }
+
+    // The facts about the key of `length` bytes at `pos`; nullopt when a read fails.
+    std::optional<ItemKey> key(uint64_t pos, uint64_t length) {
+        ItemKey key;
+        if (!fits(size_, pos, length)) return std::nullopt;
+        while (length > 0) {
+            const uint64_t piece = std::min(kWindowSize, length);
+            const uint8_t* p = at(pos, piece);
+            if (!p) return std::nullopt;
+            for (uint64_t i = 0; i < piece; ++i) {
+                if (p[i] >= 0x80) key.notASCII = true;
+                if (p[i] < 32 || p[i] > 126) continue;
+                if (key.start.size() < ItemKey::kKept) key.start += char(p[i]);
+                ++key.printable;
+            }
+            pos += piece;
+            length -= piece;
+        }
+        return key;
+    }
+
+  private:
+    FileHandle& handle_;
+    uint64_t base_;
+    uint64_t size_;
+    uint64_t start_ = 0;
+    Bytes window_;
+};
 
 uint64_t saturatingAdd(uint64_t a, uint64_t b) {
     return b > ~uint64_t(0) - a ? ~uint64_t(0) : a + b;
-}
-
-bool startsWithCaseInsensitive(const std::string& s, std::string_view prefix) {
-    return s.size() >= prefix.size() &&
-           text::equalsCaseInsensitive(std::string_view(s).substr(0, prefix.size()), prefix);
 }
 
 }  // namespace
@@ -60,7 +152,6 @@ ApeTag::ApeTag(const std::string& path, Tag& tag) : theFile(path), theTag(&tag) 
     }
     validateFile();
     if (hasAPE) getAPETags();
-    ape_data = Bytes();
     closeFile();
 }
 
@@ -84,14 +175,6 @@ bool ApeTag::closeFile() {
     if (!ok) theTag->logError(kFile, 0, kCloseError);
     fileHandle.reset();
     return ok;
-}
-
-uint64_t ApeTag::getData(const uint8_t* p, unsigned count) {
-    if (!p) p = nextByte;
-    uint64_t value = 0;
-    for (unsigned i = 0; i < count && i < 8; ++i) value |= uint64_t(p[i]) << (8 * i);
-    nextByte = p + count;
-    return value;
 }
 
 bool ApeTag::validateSignature(const uint8_t* bytes, size_t count, const char* pattern) {
@@ -167,10 +250,13 @@ bool ApeTag::checkForAPE() {
         return false;
     }
     if (!validateSignature(footer->data(), 8, "APETAGEX")) return false;
-    ape_version = getData(footer->data() + 8, 4);
-    ape_size = getData(nullptr, 4) - kFooterSize;
-    ape_count = getData(nullptr, 4);
-    ape_flags = getData(nullptr, 4);
+    // Signature, version, size, item count, flags; the 32 bytes are all there.
+    ByteReader fields(*footer);
+    fields.skip(8);
+    ape_version = fields.le32().value_or(0);
+    ape_size = uint64_t(fields.le32().value_or(0)) - kFooterSize;
+    ape_count = fields.le32().value_or(0);
+    ape_flags = fields.le32().value_or(0);
     ape_base = footerOffset - ape_size;
     macSize = ape_base - macStart;
 
@@ -188,12 +274,13 @@ bool ApeTag::checkForAPE() {
         }
     }
 
-    auto items = readAt(ape_base, ape_size);
-    if (!items) {
+    // The items are read as the walk reaches them; here it is only made sure
+    // that the area lies inside the file (a size pointing before the file's
+    // start has wrapped the base).
+    if (!fits(fileSize, ape_base, ape_size)) {
         theTag->logError(kFile, 0, kReadError);
         return false;
     }
-    ape_data = std::move(*items);
     hasAPE = true;
     return true;
 }
@@ -204,7 +291,9 @@ void ApeTag::validateFile() {
         theTag->logError(kFile, macStart, kReadError);
         return;
     }
-    macVersion = getData(start->data() + 4, 2);
+    ByteReader fields(*start);
+    fields.skip(4);
+    macVersion = fields.le16().value_or(0);
     bool ok = macVersion < kNewLayoutVersion ? validateOld() : validateNew();
     if (!ok) theTag->logError(kFile, macStart, kCannotExtract);
 }
@@ -234,7 +323,7 @@ bool ApeTag::validateNew() {
         theTag->logError(kFile, macStart, kReadError);
         return false;
     }
-    uint64_t descriptorLength = getData(descriptor->data(), 4);
+    const uint64_t descriptorLength = ByteReader(*descriptor).le32().value_or(0);
     if (descriptorLength == kDescriptorLength) return true;
     if (!readAt(descriptorLength, 24)) {
         theTag->logError(kFile, macStart, kReadError);
@@ -244,11 +333,13 @@ bool ApeTag::validateNew() {
 }
 
 // Each item: value size (4), flags (4), key ending in a zero byte, value.
-// Every bound is checked against the item area before a byte is used.
+// The item area is never held whole (a tag may declare up to 4 GB of it): the
+// walk reads it through a window, and every bound is checked against the
+// area's size before a byte is used.
 void ApeTag::getAPETags() {
     if (ape_count == 0) return;
-    const uint64_t size = ape_data.size();
-    const uint8_t* area = ape_data.data();
+    const uint64_t size = ape_size;
+    AreaWindow area(*fileHandle, ape_base, size);
     itemCursor = 0;
     uint64_t step = 0;
     uint64_t done = 0;
@@ -257,69 +348,66 @@ void ApeTag::getAPETags() {
         const uint64_t c = itemCursor;
         const uint64_t at = ape_base + c;
         if (c == size) return;
+        if (done == kMaxItems) {
+            theTag->logError(kFatal, at, fmt::format(kTooManyItems, kMaxItems));
+            return;
+        }
         if (c > size || size - c < 8) {
             theTag->logError(kFile, at, kItemOverflows);
             return;
         }
-        const uint64_t valueSize = getData(area + c, 4);
+        const uint8_t* fields = area.at(c, 8);
+        if (!fields) break;
+        const uint64_t valueSize = le32(fields);
         // The value size is measured from the flags field, as the program
         // always has.
         if (valueSize + 4 > size - c) {
             theTag->logError(kFile, at, kItemOverflows);
             return;
         }
-        const uint64_t itemFlags = ape_version == kApeV2 ? getData(nullptr, 4) : 0;
+        const uint64_t itemFlags = ape_version == kApeV2 ? le32(fields + 4) : 0;
 
         const uint64_t keyStart = c + 8;
         if (keyStart >= size) {
             theTag->logError(kFile, at, kKeyNotTerminated);
             return;
         }
-        const uint8_t* keyEnd = static_cast<const uint8_t*>(std::memchr(area + keyStart, 0, size - keyStart));
-        if (!keyEnd) {
+        std::optional<uint64_t> keyEnd = area.findZero(keyStart, size);
+        if (!keyEnd) break;
+        if (*keyEnd == size) {
             theTag->logError(kFile, at, kKeyNotTerminated);
             return;
         }
-        const uint64_t keyLength = uint64_t(keyEnd - (area + keyStart));
+        const uint64_t keyLength = *keyEnd - keyStart;
         step = valueSize + 9 + keyLength;
         if (step > size - c) {
             theTag->logError(kFile, at, kItemOverflows);
             return;
         }
-        const ByteSpan value(area + keyStart + keyLength + 1, valueSize);
+        std::optional<ItemKey> key = area.key(keyStart, keyLength);
+        if (!key) break;
 
-        auto key = text::decodeASCII(ByteSpan(area + keyStart, keyLength));
-        if (!key || key->empty()) {
+        if (keyLength == 0 || key->notASCII) {
             theTag->logError(kFile, at, kKeyEmpty);
+        } else if (key->printable == 0) {
+            theTag->logError(kFile, at, kKeyInvalid);
         } else {
-            std::string cleaned = *key;
-            std::erase_if(cleaned, [](char ch) { return ch < 32 || ch > 126; });
-            if (cleaned.empty()) {
-                theTag->logError(kFile, at, kKeyInvalid);
-            } else {
-                // A read-only item (bit 0) counts as a reserved, non-text kind.
-                const unsigned kind = (itemFlags & 1) ? kReserved : unsigned((itemFlags >> 1) & 3);
-                if (kind != kText) {
-                    if (kind == kBinary && (text::equalsCaseInsensitive(cleaned, "Cover Art (front)") ||
-                                            startsWithCaseInsensitive(cleaned, "Artwork-")))
-                        getArtwork(value);
-                } else {
-                    std::optional<std::string> decoded;
-                    if (ape_version == kApeV2) decoded = text::decodeUTF8(value);
-                    if (!decoded) decoded = text::decodeLatin1(value);
-                    if (!decoded) decoded = text::decodeASCII(value);
-                    if (!decoded) theTag->logError(kFile, at, kCannotDecode);
-                }
+            // A read-only item (bit 0) counts as a reserved, non-text kind.
+            // Text values are not decoded: every byte string reads as ISO
+            // Latin-1, so a text value can never fail to decode.
+            const unsigned kind = (itemFlags & 1) ? kReserved : unsigned((itemFlags >> 1) & 3);
+            if (kind == kBinary && key->isArtworkName()) {
+                // Cover art values start with a file name ended by a zero byte.
+                const uint64_t valueStart = *keyEnd + 1;
+                std::optional<uint64_t> zero = area.findZero(valueStart, valueStart + valueSize);
+                if (!zero) break;
+                if (*zero == valueStart + valueSize) theTag->logError(kTagProblem, at, kArtworkNoPrefix);
             }
         }
         if (++done == ape_count) return;
     }
-}
-
-// Cover art values start with a file name ended by a zero byte.
-void ApeTag::getArtwork(ByteSpan value) {
-    if (std::find(value.begin(), value.end(), uint8_t(0)) == value.end())
-        theTag->logError(kTagProblem, ape_base + itemCursor, kArtworkNoPrefix);
+    // Only a failed read of bytes known to lie inside the file ends up here.
+    theTag->logError(kFile, ape_base + itemCursor, kReadError);
 }
 
 }  // namespace sondrel

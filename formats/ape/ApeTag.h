@@ -33,10 +33,6 @@ class ApeTag : public Checker {
     bool setupFileForReading();
     // Closes the handle; "Error closing the file" when that fails.
     bool closeFile();
-    // Reads `count` (at most 8) bytes little-endian from `p`, or from
-    // `nextByte` when `p` is null, and leaves `nextByte` behind them. The
-    // caller has checked that the bytes exist.
-    uint64_t getData(const uint8_t* p, unsigned count);
     // True when the first `count` bytes equal `pattern` (count 0 is true).
     static bool validateSignature(const uint8_t* bytes, size_t count, const char* pattern);
     // A read of exactly `length` bytes inside the file, or none (also when
@@ -49,21 +45,20 @@ class ApeTag : public Checker {
     bool spanForApeMarker();
     bool checkForID3();
     void checkForID3V1Tag();
-    // Reads the APE tag footer (and header probe) and the item area.
+    // Reads the APE tag footer (and header probe) and makes sure the item
+    // area lies inside the file.
     bool checkForAPE();
     void validateFile();
     bool validateOld();
     bool validateNew();
     // Walks the items of the tag read by checkForAPE.
     void getAPETags();
-    void getArtwork(ByteSpan value);
 
     uint64_t fileSize = 0;
     std::unique_ptr<FileHandle> fileHandle;
     std::string theFile;
     bool haveValidTag = false;
     Tag* theTag = nullptr;
-    const uint8_t* nextByte = nullptr;
     uint64_t revision = 0;
     uint64_t version = 0;
     bool hasAPE = false;
@@ -76,7 +71,6 @@ class ApeTag : public Checker {
     uint64_t ape_flags = 0;
     uint64_t ape_version = 0;
     bool ape_hasHeader = false;
-    Bytes ape_data;
     uint64_t sampleFrames = 0;
     bool forceNonSimple = false;
     uint64_t itemCursor = 0;

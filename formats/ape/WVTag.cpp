@@ -1,5 +1,7 @@
 #include "formats/ape/WVTag.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -15,6 +17,7 @@ constexpr const char* kInvalidVersion = "Invalid codec version";
 constexpr const char* kUnknownRate = "The sample rate is unknown";
 constexpr const char* kDamaged = "The audio stream appears to be damaged";
 constexpr const char* kNoAudioInfo = "Cannot locate audio information";
+constexpr const char* kTooManyBlocks = "Too many blocks: the check stopped after {} blocks";
 
 // Block header (32 bytes, little-endian): "wvpk", block size - 8, stream
 // version, high bytes of the 40-bit block index and total sample count, their
@@ -29,6 +32,10 @@ constexpr uint32_t kUnknownRateIndex = 15;
 // A total sample count of all ones in the first block means "unknown".
 constexpr uint64_t kUnknownSamples = 0xFFFFFFFF;
 constexpr uint64_t kStretch = 10240;
+// The walk normally ends with the first frame's final block (one block per
+// channel pair). A chain of more blocks than this before a final one is made
+// to exhaust the checker (a block can cost a log line), and the walk stops.
+constexpr uint64_t kMaxBlocks = 100000;
 
 uint64_t totalSamples(const uint8_t* h) {
     return (uint64_t(h[11]) << 32) | le32(h + 12);
@@ -45,7 +52,6 @@ WVTag::WVTag(const std::string& path, Tag& tag) : ApeTag(path, tag, NoCheck{}) {
     if (setupFileForReading() && verifyMarker()) checkForAPE();
     if (!blk1.empty()) validateFile();
     if (hasAPE) getAPETags();
-    ape_data = Bytes();
     closeFile();
 }
 
@@ -73,7 +79,12 @@ void WVTag::validateFile() {
     uint64_t at = 0;
     uint32_t flags = 0;
     uint64_t index = 1;
+    uint64_t blocks = 0;
     for (;;) {
+        if (++blocks > kMaxBlocks) {
+            theTag->logError(kFatal, at, fmt::format(kTooManyBlocks, kMaxBlocks));
+            return;
+        }
         const uint8_t* h = header.data();
         const uint64_t blockSize = le32(h + 4);
         if (uint32_t f = le32(h + 24)) flags = f;

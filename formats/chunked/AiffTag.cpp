@@ -30,6 +30,8 @@ constexpr const char* kChunkOverflowsRecoverable =
     "%shunk overflows (recoverable): size=%" PRIu64 ", next offset=%" PRIu64 ", file size=%" PRIu64;
 constexpr const char* kID3SizeMismatch = "ID3 contained size does not reflect chunk size";
 constexpr const char* kMultipleID3 = "Multiple ID3 chunks";
+// Arguments: the budget and what it counts ("chunks" or "ID3 chunks").
+constexpr const char* kTooManyChunks = "Too many %s: the check stopped after %" PRIu64 " %s";
 
 constexpr uint32_t kFORM = fourcc("FORM");
 constexpr uint32_t kAIFF = fourcc("AIFF");
@@ -42,6 +44,12 @@ constexpr uint64_t kHeaderSize = 12;      // "FORM", size, form type
 constexpr uint64_t kChunkHeaderSize = 8;  // identifier, 32-bit size
 constexpr uint64_t kCommFieldsSize = 18;  // channels, frames, sample size, 80-bit rate
 constexpr uint64_t kSampleRateIndex = 8;  // of the rate within the COMM fields
+
+// Real files hold a handful of chunks and at most a repeated ID3 chunk or
+// two. A walk beyond these counts is looking at a file made to exhaust the
+// checker (every repeated ID3 chunk costs a log line), and stops.
+constexpr uint64_t kMaxChunks = 1000000;
+constexpr uint64_t kMaxID3Chunks = 1000;
 
 }  // namespace
 
@@ -113,13 +121,18 @@ bool AiffTag::spanFile() {
     uint64_t chunkNumber = 0;
     uint64_t firstID3 = 0;
     uint64_t lastID3 = 0;
+    uint64_t id3Chunks = 0;
     calculatedSize = kHeaderSize;
     if (fileSize >= 21) {
         uint64_t offset = kHeaderSize;
         uint64_t size = 0;
         bool landedOnDeclaredEnd = false;
         do {
-            ++chunkNumber;
+            if (++chunkNumber > kMaxChunks) {
+                theTag->logError(kFatal, offset,
+                                 stringWithFormat(kTooManyChunks, "chunks", kMaxChunks, "chunks"));
+                return false;
+            }
             if (!fileHandle->readInto(offset, dbuf, kChunkHeaderSize)) {
                 theTag->logError(kFile, offset, kReadError);
                 return false;
@@ -158,6 +171,12 @@ bool AiffTag::spanFile() {
             }
 
             if (id == kID3) {
+                if (++id3Chunks > kMaxID3Chunks) {
+                    theTag->logError(
+                        kFatal, offset,
+                        stringWithFormat(kTooManyChunks, "ID3 chunks", kMaxID3Chunks, "ID3 chunks"));
+                    return false;
+                }
                 if (id3Decoded) {
                     // Only one tag is read. A duplicate right after the latest
                     // ID3 chunk is a writer's repeat; one elsewhere is fatal.

@@ -37,6 +37,8 @@ constexpr const char* kSoundMismatch = "Sound chunk does not match compression t
 constexpr const char* kDstTooSmall = "DST chunk too small";
 constexpr const char* kMissingFRTE = "Missing DST-FRTE chunk";
 constexpr const char* kID3BeforeSound = "ID3 tag precedes sound chunk";
+// Arguments: what is counted ("chunks" or "properties"), the budget, the same word.
+constexpr const char* kTooMany = "Too many %s: the check stopped after %" PRIu64 " %s";
 
 constexpr uint32_t kFRM8 = fourcc("FRM8");
 constexpr uint32_t kDSD = fourcc("DSD ");
@@ -61,6 +63,13 @@ constexpr uint64_t kMinimumFileSize = 128;
 // The DST sound data opens with a frame-information chunk: its header and
 // the 6 bytes of frame count and rate.
 constexpr uint64_t kDstMinimum = 18;
+
+// Real files hold a handful of chunks and properties. A walk that meets more
+// than this many is looking at a file made to exhaust the checker, and stops.
+constexpr uint64_t kMaxChunks = 1000000;
+// The chunk tree keeps the first regions of each level only: nothing later in
+// the check reads it, and millions of tiny chunks must not cost memory each.
+constexpr size_t kMaxRegions = 4096;
 
 // Channel count 1..6 to the channel-mode value; five channels skip the value 5.
 constexpr uint64_t kChannelMode[] = {0, 1, 2, 3, 4, 6, 7};
@@ -136,7 +145,12 @@ bool DffTag::spanFile() {
     }
     foffset = kFixedStart + propSize;
     bool haveSound = false;
+    uint64_t chunkCount = 0;
     for (;;) {
+        if (++chunkCount > kMaxChunks) {
+            theTag->logError(kFatal, foffset, stringWithFormat(kTooMany, "chunks", kMaxChunks, "chunks"));
+            return false;
+        }
         uint8_t header[kChunkHeaderSize];
         if (!fileHandle->readInto(foffset, header, kChunkHeaderSize)) {
             theTag->logError(kFile, foffset, kReadError);
@@ -144,7 +158,8 @@ bool DffTag::spanFile() {
         }
         const uint32_t identifier = be32(header);
         const uint64_t size = be64(header + 4);
-        ChunkRegion& region = chunkTree->addSubchunk(foffset, size, identifier);
+        const ChunkRegion region(foffset, size, identifier);
+        if (chunkTree->subchunks().size() < kMaxRegions) chunkTree->addSubchunk(region);
         if (size > fileSize - foffset - kChunkHeaderSize) {
             theTag->logError(kFatal, foffset,
                              stringWithFormat(kChunkOverflows, size, foffset + size + 12, fileSize));
@@ -215,6 +230,8 @@ bool DffTag::spanFile() {
 }
 
 bool DffTag::walkProperties(uint64_t propSize, uint32_t& compression) {
+    // The root holds only this region yet, so the reference stays valid
+    // until the walk below ends.
     ChunkRegion& propChunk = chunkTree->addSubchunk(kPropOffset, propSize, kPROP);
     // The property data is never held whole: after checking that all of it
     // lies inside the file, each property's header and first data bytes are
@@ -236,7 +253,13 @@ bool DffTag::walkProperties(uint64_t propSize, uint32_t& compression) {
 
     bool haveFS = false, haveCHNL = false, haveCMPR = false;
     uint64_t pos = 4;
+    uint64_t propertyCount = 0;
     for (;;) {
+        if (++propertyCount > kMaxChunks) {
+            theTag->logError(kFatal, kFixedStart + pos,
+                             stringWithFormat(kTooMany, "properties", kMaxChunks, "properties"));
+            return false;
+        }
         // Header and the first 4 data bytes, which are all a property needs.
         if (!propertyBytes(pos, propSize, head, sizeof head)) {
             theTag->logError(kFile, kFixedStart, kReadError);
@@ -245,7 +268,8 @@ bool DffTag::walkProperties(uint64_t propSize, uint32_t& compression) {
         const uint64_t propertyOffset = kFixedStart + pos;
         const uint32_t identifier = be32(head);
         const uint64_t size = roundedUp(be64(head + 4));
-        ChunkRegion& region = propChunk.addSubchunk(propertyOffset, size, identifier);
+        const ChunkRegion region(propertyOffset, size, identifier);
+        if (propChunk.subchunks().size() < kMaxRegions) propChunk.addSubchunk(region);
         const uint8_t* data = head + kChunkHeaderSize;
         switch (identifier) {
             case kCHNL: {

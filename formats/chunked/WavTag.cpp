@@ -24,6 +24,8 @@ constexpr const char* kMoreThanOneData = "The file contains more than one data c
 constexpr const char* kMoreThanOneDs64 = "More than one ds64 chunk";
 constexpr const char* kInvalidDs64 = "Invalid ds64 chunk data";
 constexpr const char* kInvalidFmt = "Invalid fmt chunk data";
+// Argument: the chunk budget.
+constexpr const char* kTooManyChunks = "Too many chunks: the check stopped after %" PRIu64 " chunks";
 // Arguments: "RF64" or "RIFF", the declared size, the file size - 8.
 constexpr const char* kSizeMismatch =
     "The %s contained file size of %" PRIu64 " does not represent the adjusted file size of %" PRIu64;
@@ -50,6 +52,14 @@ constexpr uint32_t kRF64Extended = 0xFFFFFFFF;
 constexpr uint64_t kHeaderSize = 12;
 constexpr uint64_t kChunkHeaderSize = 8;
 
+// Real files hold a handful of chunks. A walk that meets more than this many
+// is looking at a file made to exhaust the checker, and stops.
+constexpr uint64_t kMaxChunks = 1000000;
+// The region lists keep the file's first regions only; nothing later in the
+// check reads them, and a file of millions of tiny chunks must not cost
+// memory per chunk.
+constexpr size_t kMaxRegions = 4096;
+
 }  // namespace
 
 WavTag::WavTag(const std::string& path, Tag& tag) : ID3Base(path, tag) {
@@ -71,7 +81,8 @@ void WavTag::markRegion(uint64_t offset, uint64_t size, bool keep, bool odd, uin
     region.setChunkType(chunkType);
     region.setFault(addressFault);
     region.setTruncated(truncated);
-    (keep ? keepRegions : removeRegions).push_back(std::move(region));
+    std::vector<ChunkRegion>& list = keep ? keepRegions : removeRegions;
+    if (list.size() < kMaxRegions) list.push_back(std::move(region));
 }
 
 bool WavTag::validateChunkHeader(uint32_t identifier, uint64_t offset) {
@@ -128,7 +139,12 @@ bool WavTag::spanFile() {
         bool expectingDs64 = true;
         bool ds64Seen = false, fmtSeen = false, dataSeen = false, truncated = false;
         uint64_t offset = kHeaderSize;
+        uint64_t chunkCount = 0;
         for (;;) {
+            if (++chunkCount > kMaxChunks) {
+                theTag->logError(kFatal, offset, stringWithFormat(kTooManyChunks, kMaxChunks));
+                return false;
+            }
             uint8_t chunk[kChunkHeaderSize];
             if (!fileHandle->readInto(offset, chunk, kChunkHeaderSize)) {
                 theTag->logError(kFile, offset, kReadError);
@@ -185,11 +201,13 @@ bool WavTag::spanFile() {
                 case kID3Upper:
                     have_ID3_chunk = true;
                     ++ID3Count;
+                    lastID3Offset = offset;
                     keepRegion = false;
                     break;
                 case kID3Lower:
                     have_id3_chunk = true;
                     ++ID3Count;
+                    lastID3Offset = offset;
                     keepRegion = false;
                     break;
                 case kLIST:
@@ -235,11 +253,8 @@ bool WavTag::spanFile() {
 
     if (ID3Count == 0) return true;
     // Only the last ID3 chunk in file order is read; earlier ones are ignored.
-    for (auto it = removeRegions.rbegin(); it != removeRegions.rend() && !haveID3; ++it) {
-        if (it->chunkType() != kID3Lower && it->chunkType() != kID3Upper) continue;
-        if (!decodeID3(it->offset())) return false;
-        haveID3 = true;
-    }
+    if (!decodeID3(lastID3Offset)) return false;
+    haveID3 = true;
     return true;
 }
 

@@ -19,7 +19,8 @@ class WavTag : public ID3Base {
     WavTag(const std::string& path, Tag& tag);
 
     // The chunks to keep and the chunks a tag writer would replace (ID3 and
-    // LIST/INFO chunks), in file order.
+    // LIST/INFO chunks), in file order; each list holds at most the first
+    // 4096 such regions.
     const std::vector<ChunkRegion>& getKeepRegions() const { return keepRegions; }
     const std::vector<ChunkRegion>& getRemoveRegions() const { return removeRegions; }
 
@@ -43,6 +44,7 @@ class WavTag : public ID3Base {
     std::vector<ChunkRegion> removeRegions;
     bool keepRegion = false;
     uint64_t ID3Count = 0;
+    uint64_t lastID3Offset = 0;  // of the last ID3 chunk header in file order
     bool have_id3_chunk = false;
     bool have_ID3_chunk = false;
     bool isRF64 = false;

@@ -30,6 +30,12 @@ constexpr const char* kOverflowsAudio = "The ID3 tag overflows into the audio st
 constexpr const char* kInvalidFrameSize = "Invalid frame size";
 constexpr const char* kInvalidFrame = "Invalid frame";
 constexpr const char* kInvalidFrameAfter = "Invalid frame. Previous frame at {}";
+constexpr const char* kTooManyFrames = "Too many frames: the check stopped after {} frames";
+
+// Real tags hold dozens of frames, rarely a few thousand. A tag with more than
+// this many is made to exhaust the checker (each frame may store an item and
+// log problems), and its walk stops.
+constexpr uint64_t kMaxFrames = 100000;
 
 // Header flags.
 constexpr uint64_t kFlagUnsynchronised = 0x80;
@@ -292,6 +298,7 @@ bool ID3Base::getFrames() {
     uint64_t mode = tagVersion;
     uint64_t previous = 0;
     bool first = true;
+    uint64_t frameCount = 0;
 
     for (;;) {
         if (p == end) {
@@ -351,6 +358,11 @@ bool ID3Base::getFrames() {
             return true;
         }
 
+        if (++frameCount > kMaxFrames) {
+            theTag->logError(kFatal, base + p, fmt::format(kTooManyFrames, kMaxFrames));
+            return true;
+        }
+        // A frame lives only while it is decoded: what it finds goes to the record.
         std::unique_ptr<ID3Frame> frame = ID3Frame::make(data + p, h + z, tagVersion, *theTag, base + p);
         if (!frame) {
             theTag->logError(kFraming, p,
@@ -358,7 +370,8 @@ bool ID3Base::getFrames() {
             return true;
         }
         const bool decoded = frame->decodeFrame();
-        frames.push_back(std::move(frame));
+        frame.reset();
+        ++framesWalked;
         previous = p;
         first = false;
         p += h + z;

@@ -25,8 +25,6 @@
 
 namespace sondrel {
 
-class ID3Frame;
-
 class ID3Base : public Checker {
   public:
     // A base for a subclass's check of the file at `path`; no file is opened yet.
@@ -45,7 +43,8 @@ class ID3Base : public Checker {
     uint64_t getRevision() const { return revision; }
     bool getHaveValidTag() const { return haveValidTag; }
     bool getHasID3V1Tag() const { return hasID3V1Tag; }
-    const std::vector<std::unique_ptr<ID3Frame>>& getFrameList() const { return frames; }
+    // Frames handed to a decoder so far (the frames themselves are not kept).
+    uint64_t getFrameCount() const { return framesWalked; }
 
   protected:
     // Opens the file through the record; "Invalid file size" (Fatal, 0) when
@@ -58,7 +57,7 @@ class ID3Base : public Checker {
     // The calling protocol for a tag embedded at `tagOffset` (the first byte
     // of "ID3" inside a container chunk): read the header; a refusal that
     // logged something gives up the tag (false); a silent one walks on
-    // without a header; then the frames are walked and stored.
+    // without a header; then the frames are walked and their items stored.
     // With `isFooter` the tag is found through a v2.4 footer at `tagOffset`.
     bool readEmbeddedTag(uint64_t tagOffset, bool isFooter = false);
 
@@ -87,7 +86,7 @@ class ID3Base : public Checker {
     const uint8_t* bytes = nullptr;  // the buffer all byte readers index
     Bytes buffer;                    // owns what `bytes` points into
     uint64_t paddingSize = 0;
-    std::vector<std::unique_ptr<ID3Frame>> frames;
+    uint64_t framesWalked = 0;
     uint64_t tagSize = 0;
     bool haveValidTag = false;
     uint64_t totalTagSize = 0;

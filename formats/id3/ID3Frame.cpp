@@ -132,29 +132,6 @@ bool isFrameIDChar(uint8_t c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z');
 }
 
-std::vector<std::string> splitAtNils(const std::string& s) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    for (;;) {
-        size_t nil = s.find('\0', start);
-        if (nil == std::string::npos) {
-            parts.push_back(s.substr(start));
-            return parts;
-        }
-        parts.push_back(s.substr(start, nil - start));
-        start = nil + 1;
-    }
-}
-
-std::string joinParts(const std::vector<std::string>& parts) {
-    std::string out;
-    for (size_t i = 0; i < parts.size(); ++i) {
-        if (i) out += kJoiner;
-        out += parts[i];
-    }
-    return out;
-}
-
 std::string cutAtNil(std::string s) {
     size_t nil = s.find('\0');
     if (nil != std::string::npos) s.resize(nil);
@@ -470,15 +447,28 @@ std::string ID3Frame::restOfBody(uint64_t pos, Encoding enc) {
     return allocStringFromDataWithOffset(pos, pos < dataSize_ ? dataSize_ - pos : 0, enc);
 }
 
+// Nil-separated values are joined with the joiner. The text is walked once,
+// never split into a list of parts: a frame of nothing but nils must not cost
+// a string per nil.
 std::string ID3Frame::mergeStrings(const std::string& s, bool testForTrailingNil) {
-    std::vector<std::string> parts = splitAtNils(s);
-    if (parts.size() == 1) return s;
-    if (testForTrailingNil && parts.back().empty()) {
+    std::string_view view(s);
+    if (view.find('\0') == std::string_view::npos) return s;
+    if (testForTrailingNil && view.back() == '\0') {
         logError(kTrailingNils);
-        parts.pop_back();
-        if (parts.size() == 1) return parts.front();
+        view.remove_suffix(1);
     }
-    return joinParts(parts);
+    std::string out;
+    out.reserve(view.size());
+    for (size_t start = 0;;) {
+        const size_t nil = view.find('\0', start);
+        if (nil == std::string_view::npos) {
+            out += view.substr(start);
+            return out;
+        }
+        out += view.substr(start, nil - start);
+        out += kJoiner;
+        start = nil + 1;
+    }
 }
 
 std::string ID3Frame::getRidOfNils(const std::string& s) {

@@ -47,7 +47,6 @@ constexpr uint64_t kVBRIFrames = 50;
 ID3Tag::ID3Tag(const std::string& path, Tag& tag) : ID3Base(path, tag) {
     isMP3 = true;
     isAIFF = isDSF = isDFF = isWAV = false;
-    frames.reserve(20);
     finishInit();
     closeTheFile();
 }
