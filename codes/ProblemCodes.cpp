@@ -457,10 +457,15 @@ const ProblemCode kTable[] = {
     {"mp4.no-atoms", D, "No atoms in file\nMissing ftyp atom\nInsufficient data to represent audio format",
      "The file does not start with an MPEG-4 layout; it is not an MPEG-4 file or its start is damaged.",
      "Replace the file, or give it the extension of what it really is."},
-    {"mp4.looks-like-mp3", N,
+    // The advice is given whenever the start of the file is readable but has
+    // no MPEG-4 layout (an MP3 file is the common case), so it means the
+    // file cannot be read as MPEG-4: damage, not a rename hint.
+    {"mp4.looks-like-mp3", D,
      "The file starts with an ID3 marker. More than likely the file is an mp3 file.  Try changing the "
      "filename extension to .mp3",
-     "The file is named as MPEG-4 but starts like an MP3 file.", "Change the extension to .mp3."},
+     "The file is named as MPEG-4 but has no MPEG-4 layout at its start: it is another kind of file "
+     "(often an MP3 file, as the message guesses) or its start is damaged.",
+     "If it is an MP3 file, change the extension to .mp3; otherwise replace it from a good copy."},
     {"mp4.fragmented", W, "File contains at least one unsupported moof atom.",
      "The file is fragmented (moof atoms), which is legal; its layout was not checked further.",
      "Nothing to fix if it plays; remuxing makes an ordinary file."},

@@ -47,10 +47,10 @@ WorkThread::WorkThread(Selection selection, Settings settings, LogWriter& log, S
     // The problem filter is an option like the others, so both front ends
     // honour it. A stored value that names nothing leaves the log unfiltered;
     // the command line refuses such a value before it starts.
-    if (auto filter = codes::Filter::make(settings_.stringFromKey("MinSeverity"),
-                                          settings_.stringFromKey("SelectCodes"),
-                                          settings_.stringFromKey("IgnoreCodes")))
-        log_.setFilter(std::move(*filter));
+    auto filter =
+        codes::Filter::make(settings_.stringFromKey("MinSeverity"), settings_.stringFromKey("SelectCodes"),
+                            settings_.stringFromKey("IgnoreCodes"));
+    log_.setFilter(filter ? std::move(*filter) : codes::Filter());
 }
 
 void WorkThread::status(const std::string& text, bool wait) {

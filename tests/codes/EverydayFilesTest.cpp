@@ -194,9 +194,10 @@ TEST_F(EverydayFiles, DamageStillDrawsALineAtTheErrorThreshold) {
             bool added = false;
             for (const auto& line : after.all)
                 added = added || std::find(before.all.begin(), before.all.end(), line) == before.all.end();
-            if (added)
+            if (added) {
                 EXPECT_FALSE(after.serious.empty())
                     << fs::path(path).filename() << " " << d.name << ":" << join(after.all);
+            }
         }
     }
 }
