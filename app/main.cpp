@@ -21,6 +21,7 @@
 #include "app/MainWindow.h"
 #include "app/QtPlatform.h"
 #include "core/BuildInfo.h"
+#include "formats/Checkers.h"
 
 using namespace sondrel::app;
 
@@ -45,6 +46,7 @@ bool grab(QWidget* window, const QString& file) {
 
 int main(int argc, char** argv) {
     QApplication application(argc, argv);
+    sondrel::installCheckers();
     QApplication::setApplicationName(sondrel::build::kName);
     QApplication::setApplicationVersion(sondrel::build::kVersion);
     QApplication::setQuitOnLastWindowClosed(false);

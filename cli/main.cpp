@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/CliStatus.h"
+#include "codes/ProblemCodes.h"
 #include "core/BuildInfo.h"
 #include "core/FormatTable.h"
 #include "core/LogWriter.h"
@@ -20,6 +21,7 @@
 #include "core/Settings.h"
 #include "core/Text.h"
 #include "core/WorkThread.h"
+#include "formats/Checkers.h"
 
 using namespace sondrel;
 
@@ -69,6 +71,56 @@ std::string plural(uint64_t n) {
     return n == 1 ? "" : "s";
 }
 
+// The code table: code, severity and message, one line per message, in
+// aligned columns.
+void listCodes() {
+    size_t width = 0;
+    for (const auto& row : codes::problemCodes()) width = std::max(width, std::string_view(row.code).size());
+    for (const auto& row : codes::problemCodes()) {
+        auto patterns = codes::patternsOf(row);
+        if (patterns.empty()) patterns.push_back("(any message without a code)");
+        for (auto pattern : patterns)
+            std::printf("%-*s  %-7s  %.*s\n", int(width), row.code, codes::severityName(row.severity),
+                        int(pattern.size()), pattern.data());
+    }
+}
+
+int explain(const std::string& code) {
+    auto row = codes::findCode(code);
+    if (!row) {
+        std::fprintf(stderr, "sondrel: unknown problem code '%s' (see --list-codes)\n", code.c_str());
+        return kCannotRun;
+    }
+    const auto& r = codes::codeAt(*row);
+    std::printf("%s (%s)\n\n%s\n\nFix: %s\n\nMessages:\n", r.code, codes::severityName(r.severity), r.meaning,
+                r.fix);
+    for (auto pattern : codes::patternsOf(r)) std::printf("  %.*s\n", int(pattern.size()), pattern.data());
+    return kClean;
+}
+
+// "400 files scanned: 12 with problems (3 damaged, 4 with errors, 5 with
+// warnings). 61 problems logged." Each file counts once, under the worst
+// severity among its logged problems.
+std::string finalStatus(uint64_t scanned, const LogTally& t, uint64_t problems) {
+    std::string out = fmt::format("{} file{} scanned: ", scanned, plural(scanned));
+    if (t.files == 0) {
+        out += "none with problems.";
+    } else {
+        out += fmt::format("{} with problems (", t.files);
+        static constexpr const char* kWords[] = {"with notes", "with warnings", "with errors", "damaged"};
+        bool first = true;
+        for (int s = 3; s >= 0; --s) {
+            const uint64_t n = t.byWorst[size_t(s)];
+            if (n == 0) continue;
+            out += fmt::format("{}{} {}", first ? "" : ", ", n, kWords[s]);
+            first = false;
+        }
+        out += ").";
+    }
+    out += fmt::format(" {} problem{} logged.", problems, plural(problems));
+    return out;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -85,7 +137,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> options;
     std::vector<std::string> paths;
     bool allFiles = false, privacy = false, dups = false, suppressTime = false, id3v1 = false;
-    bool mulAtoms = false, mulData = false, quiet = false;
+    bool mulAtoms = false, mulData = false, quiet = false, listCodesFlag = false;
+    std::string minSeverity, selectCodes, ignoreCodes, explainCode;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 
     app.set_version_flag(
@@ -108,6 +161,19 @@ int main(int argc, char** argv) {
                  "Accept several data items in one MPEG-4 atom (MPEG4_MulData)");
     app.add_option("--jobs,-j", jobs, "Files analysed at once (default: the number of processors)")
         ->check(CLI::Range(1u, 1024u));
+    app.add_option("--min-severity", minSeverity,
+                   "Log only problems of this severity or graver: note, warning, error, damage (MinSeverity)")
+        ->type_name("LEVEL");
+    app.add_option("--select", selectCodes,
+                   "Log only these problem codes; a family (id3) or a trailing * names a group (SelectCodes)")
+        ->type_name("CODE[,CODE...]");
+    app.add_option(
+           "--ignore", ignoreCodes,
+           "Do not log these problem codes; a family (id3) or a trailing * names a group (IgnoreCodes)")
+        ->type_name("CODE[,CODE...]");
+    app.add_option("--explain", explainCode, "Explain a problem code and exit")->type_name("CODE");
+    app.add_flag("--list-codes", listCodesFlag,
+                 "List every problem code with its severity and messages, and exit");
     app.add_flag("--quiet,-q", quiet, "No progress and no final status on standard error");
     app.add_option("PATH", paths, "Folders and audio files to check");
 
@@ -118,6 +184,13 @@ int main(int argc, char** argv) {
         return rc == 0 ? 0 : kCannotRun;
     }
 
+    if (listCodesFlag) {
+        listCodes();
+        return kClean;
+    }
+    if (!explainCode.empty()) return explain(explainCode);
+
+    installCheckers();
     Settings settings = Settings::load();
     settings.ensureDefaultLogPath();
     for (const auto& kv : options) {
@@ -150,6 +223,15 @@ int main(int argc, char** argv) {
     flag(mulAtoms, "MPEG4_MulAtoms");
     flag(mulData, "MPEG4_MulData");
     if (!logPath.empty()) settings.overrideValue("LogPath", logPath);
+    if (!minSeverity.empty()) settings.overrideValue("MinSeverity", minSeverity);
+    if (!selectCodes.empty()) settings.overrideValue("SelectCodes", selectCodes);
+    if (!ignoreCodes.empty()) settings.overrideValue("IgnoreCodes", ignoreCodes);
+    std::string filterProblem;
+    if (!codes::Filter::make(settings.stringFromKey("MinSeverity"), settings.stringFromKey("SelectCodes"),
+                             settings.stringFromKey("IgnoreCodes"), &filterProblem)) {
+        std::fprintf(stderr, "sondrel: %s\n", filterProblem.c_str());
+        return kCannotRun;
+    }
 
     // Each PATH is taken as an item dropped on the target: kept when it exists
     // and is clean; a folder is walked, a file is kept when its extension
@@ -224,9 +306,7 @@ int main(int argc, char** argv) {
         if (cancelled)
             std::fprintf(stderr, "Cancelled\n");
         else
-            std::fprintf(stderr, "%llu file%s scanned. %llu error%s logged.\n",
-                         static_cast<unsigned long long>(scan.progress()), plural(scan.progress()).c_str(),
-                         static_cast<unsigned long long>(log.errorTotal()), plural(log.errorTotal()).c_str());
+            std::fprintf(stderr, "%s\n", finalStatus(scan.progress(), log.tally(), log.errorTotal()).c_str());
     }
     if (cancelled) return kCancelled;
     if (scan.writeFailed()) return kCannotRun;

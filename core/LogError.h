@@ -15,11 +15,14 @@ enum LogType : uint32_t {
     kRename = 6,
 };
 
-// One logged problem: category code, absolute byte offset, message.
+// One logged problem: category code, absolute byte offset, message, and the
+// row of the problem-code table its message belongs to (set when the problem
+// is recorded; it decides severity and filtering, never the log text).
 struct LogError {
     uint32_t logtype = 0;
     uint64_t offset = 0;
     std::string reason;
+    uint16_t code = 0;
 };
 
 // The category word of a code; unknown codes print as "Container".

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "core/BuildInfo.h"
 #include "core/Text.h"
 
@@ -103,7 +105,21 @@ bool LogWriter::fail() {
 
 bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::string& modDate,
                            const std::optional<std::vector<LogError>>& errors, bool logAllFiles) {
-    if (!logAllFiles && (!errors || errors->empty())) return true;
+    // The problems the filter keeps, and the worst severity among them.
+    std::vector<const LogError*> kept;
+    if (errors) {
+        kept.reserve(errors->size());
+        for (const auto& e : *errors)
+            if (filter_.keeps(e.code)) kept.push_back(&e);
+    }
+    if (!logAllFiles && kept.empty()) return true;
+    if (!kept.empty()) {
+        auto worst = codes::Severity::Note;
+        for (const LogError* e : kept) worst = std::max(worst, codes::codeAt(e->code).severity);
+        std::lock_guard lock(tallyMutex_);
+        ++tally_.files;
+        ++tally_.byWorst[static_cast<size_t>(worst)];
+    }
     std::string buffer;
     buffer.reserve(1024);
     if (path) {
@@ -113,18 +129,27 @@ bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::st
         buffer += text::sanitizeUTF8(*path);
         buffer += '\n';
     }
-    if (errors && !errors->empty()) {
-        errorTotal_ += errors->size();
-        for (const auto& e : *errors) {
-            buffer += formatProblemLine(e);
-            buffer += '\n';
-        }
+    errorTotal_ += kept.size();
+    for (const LogError* e : kept) {
+        buffer += formatProblemLine(*e);
+        buffer += '\n';
     }
     if (buffer.empty()) return true;
     if (!handle_) return fail();
     bool ok = handle_->writeDataObj(asBytes(buffer));
     if (ok && logAllFiles) ok = handle_->synchronize();
     return ok ? true : fail();
+}
+
+void LogWriter::resetErrorTotal() {
+    errorTotal_ = 0;
+    std::lock_guard lock(tallyMutex_);
+    tally_ = LogTally{};
+}
+
+LogTally LogWriter::tally() const {
+    std::lock_guard lock(tallyMutex_);
+    return tally_;
 }
 
 void LogWriter::closeLog() {

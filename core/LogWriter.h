@@ -4,15 +4,18 @@
 //   first line   "%@ Version %@ (Build %@)  %@\n"
 //   heading      "\n%@  %@\n"                 (modification date, full path)
 //   problem      "    %012lu  %@: %@\n"       (offset, category word, message)
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "codes/ProblemCodes.h"
 #include "core/FileHandle.h"
 #include "core/LogError.h"
 
@@ -32,6 +35,13 @@ std::string getDateTimeFormat(std::time_t t);
 std::string getNowTimeFormat();
 // The file's modification date in the log format; nullopt when it cannot be read.
 std::optional<std::string> modificationDate(const std::string& path);
+
+// What the log holds after filtering: files with at least one logged
+// problem, counted once each under the worst severity among them.
+struct LogTally {
+    uint64_t files = 0;
+    std::array<uint64_t, 4> byWorst{};  // indexed by codes::Severity
+};
 
 class LogWriter {
   public:
@@ -55,7 +65,12 @@ class LogWriter {
     void closeLog();
 
     uint64_t errorTotal() const { return errorTotal_.load(); }
-    void resetErrorTotal() { errorTotal_ = 0; }
+    void resetErrorTotal();
+    // Which problems are written (and counted); set before a scan. What it
+    // removes is neither logged nor counted, and a file left without
+    // problems gets no heading.
+    void setFilter(codes::Filter filter) { filter_ = std::move(filter); }
+    LogTally tally() const;
 
     // The program's name, version and build for the first line.
     static std::string firstLine(const std::string& startTime);
@@ -65,6 +80,9 @@ class LogWriter {
     AlertSink threadedAlert_;
     std::unique_ptr<FileHandle> handle_;
     std::atomic<uint64_t> errorTotal_{0};
+    codes::Filter filter_;
+    mutable std::mutex tallyMutex_;
+    LogTally tally_;
 };
 
 }  // namespace sondrel

@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "codes/ProblemCodes.h"
 #include "core/FieldTable.h"
 #include "core/FieldValidator.h"
 #include "core/FormatTable.h"
@@ -50,7 +51,10 @@ void Tag::getTheTag() {
         return;
     }
     try {
-        lowLevelRep_ = entry->make(path_, *this);
+        if (CheckerFactory make = checkerFor(entry->format))
+            lowLevelRep_ = make(path_, *this);
+        else
+            logError(kFile, 0, kInternalError);
     } catch (const std::exception&) {
         // Checkers report problems as data and do not throw; only resource
         // exhaustion can land here. The file's list says so and the scan goes on.
@@ -78,7 +82,8 @@ void Tag::logError(uint32_t type, uint64_t offset, std::string reason) {
         errors_.emplace();
         errors_->reserve(5);
     }
-    errors_->push_back(LogError{type, offset, std::move(reason)});
+    const uint16_t code = codes::classify(reason);
+    errors_->push_back(LogError{type, offset, std::move(reason), code});
 }
 
 void Tag::logError(const TagItem& item, std::string_view text) {

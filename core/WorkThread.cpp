@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "codes/ProblemCodes.h"
 #include "core/LogWriter.h"
 #include "core/PathPredicates.h"
 #include "core/Tag.h"
@@ -42,7 +43,15 @@ WorkThread::WorkThread(Selection selection, Settings settings, LogWriter& log, S
       settings_(std::move(settings)),
       log_(log),
       callbacks_(std::move(callbacks)),
-      jobs_(std::max(1u, jobs)) {}
+      jobs_(std::max(1u, jobs)) {
+    // The problem filter is an option like the others, so both front ends
+    // honour it. A stored value that names nothing leaves the log unfiltered;
+    // the command line refuses such a value before it starts.
+    auto filter =
+        codes::Filter::make(settings_.stringFromKey("MinSeverity"), settings_.stringFromKey("SelectCodes"),
+                            settings_.stringFromKey("IgnoreCodes"));
+    log_.setFilter(filter ? std::move(*filter) : codes::Filter());
+}
 
 void WorkThread::status(const std::string& text, bool wait) {
     if (callbacks_.setStatus) callbacks_.setStatus(text, wait);

@@ -7,11 +7,13 @@
 
 #include "core/Settings.h"
 #include "core/Tag.h"
+#include "formats/Checkers.h"
 
 namespace sondrel::fuzz {
 
 inline int checkAs(const char* name, const uint8_t* data, size_t size) {
     static const Settings settings = [] {
+        installCheckers();
         Settings s;
         for (const char* k : {"LogDups", "LogID3v1", "LogPriv", "MPEG4_MulData"}) s.overrideValue(k, "1");
         return s;

@@ -36,9 +36,9 @@ std::string slurp(const std::string& path) {
 // Runs the program with a fresh home and configuration folder; `prefix` is
 // shell text put before the command (for example a ulimit).
 Result runCli(const TempDir& d, const std::string& args, const std::string& prefix = "") {
-    std::string cmd = "cd '" + d.path() + "' && " + prefix + " HOME='" + d.path() + "/home' XDG_CONFIG_HOME='" +
-                      d.path() + "/config' '" + SONDREL_CLI_PATH + "' " + args + " >'" + d.path() +
-                      "/stdout' 2>'" + d.path() + "/stderr' </dev/null";
+    std::string cmd = "cd '" + d.path() + "' && " + prefix + " HOME='" + d.path() +
+                      "/home' XDG_CONFIG_HOME='" + d.path() + "/config' '" + SONDREL_CLI_PATH + "' " + args +
+                      " >'" + d.path() + "/stdout' 2>'" + d.path() + "/stderr' </dev/null";
     Result r;
     int rc = std::system(("bash -c \"" + cmd + "\"").c_str());
     r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
@@ -54,7 +54,8 @@ TEST(CliExit, NothingToCheckIsAnErrorAndEverySkippedPathIsNamed) {
     EXPECT_EQ(r.status, 0) << "the folder '.' is kept: " << r.err;
     auto r2 = runCli(d, "--log log.txt notes.txt missing.mp3");
     EXPECT_EQ(r2.status, 2);
-    EXPECT_NE(r2.err.find("skipped notes.txt: not an audio file by its extension"), std::string::npos) << r2.err;
+    EXPECT_NE(r2.err.find("skipped notes.txt: not an audio file by its extension"), std::string::npos)
+        << r2.err;
     EXPECT_NE(r2.err.find("skipped missing.mp3: no such file or folder"), std::string::npos);
     EXPECT_NE(r2.err.find("nothing to check"), std::string::npos);
 }
@@ -64,13 +65,13 @@ TEST(CliExit, CleanScanProblemsAndStatusLines) {
     d.write("empty/readme.txt", std::string("x"));
     auto clean = runCli(d, "--log log.txt empty");
     EXPECT_EQ(clean.status, 0);
-    EXPECT_EQ(clean.err, "0 files scanned. 0 errors logged.\n");
+    EXPECT_EQ(clean.err, "0 files scanned: none with problems. 0 problems logged.\n");
 
     ::mkdir((d.path() + "/p").c_str(), 0755);
     ASSERT_EQ(::mkfifo((d.path() + "/p/song.mp3").c_str(), 0644), 0);
     auto bad = runCli(d, "--log log.txt p");
     EXPECT_EQ(bad.status, 1);
-    EXPECT_EQ(bad.err, "1 file scanned. 1 error logged.\n");
+    EXPECT_EQ(bad.err, "1 file scanned: 1 with problems (1 with errors). 1 problem logged.\n");
     std::string log = slurp(d.path() + "/log.txt");
     EXPECT_EQ(log.substr(log.find('\n') + 1).substr(0, 1), "\n");
     EXPECT_NE(log.find("  " + d.path() + "/p/song.mp3\n    000000000000  File: "), std::string::npos) << log;
@@ -105,7 +106,8 @@ TEST(CliExit, AWriteFailureMidScanStopsTheScanWithStatusTwo) {
     // later write fail, as a full disk would.
     auto r = runCli(d, "--jobs 1 --log log.txt many", "ulimit -f 1;");
     EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("sondrel: Error: An error occurred while writing the log file\n"), std::string::npos);
+    EXPECT_NE(r.err.find("sondrel: Error: An error occurred while writing the log file\n"),
+              std::string::npos);
     EXPECT_LT(slurp(d.path() + "/log.txt").size(), 1025u);
     EXPECT_EQ(slurp(d.path() + "/log.txt").rfind("Sondrel Version", 0), 0u);
 }
@@ -118,7 +120,8 @@ TEST(CliOptions, OverridesAreCheckedAndVersionAndHelpWork) {
     // Whatever the one-byte file draws, the options were taken.
     EXPECT_NE(runCli(d, "--option LogDups=yes --option LogAllFiles=true --log l.txt a").status, 2);
     std::string log = slurp(d.path() + "/l.txt");
-    EXPECT_NE(log.find("  " + d.path() + "/a/x.flac\n"), std::string::npos) << "LogAllFiles heads a clean file";
+    EXPECT_NE(log.find("  " + d.path() + "/a/x.flac\n"), std::string::npos)
+        << "LogAllFiles heads a clean file";
     auto v = runCli(d, "--version");
     EXPECT_EQ(v.status, 0);
     EXPECT_NE(v.out.find("Sondrel"), std::string::npos);
@@ -131,8 +134,8 @@ TEST(CliCancel, InterruptFinishesTheCurrentFileAndExits130) {
     TempDir d;
     for (int i = 0; i < 3000; ++i) d.write("big/" + std::to_string(10000 + i) + ".flac", std::string("x"));
     std::string cmd = "HOME='" + d.path() + "' XDG_CONFIG_HOME='" + d.path() + "/config' exec '" +
-                      SONDREL_CLI_PATH + "' --all-files --jobs 1 --log '" + d.path() + "/log.txt' '" + d.path() +
-                      "/big' 2>'" + d.path() + "/stderr'";
+                      SONDREL_CLI_PATH + "' --all-files --jobs 1 --log '" + d.path() + "/log.txt' '" +
+                      d.path() + "/big' 2>'" + d.path() + "/stderr'";
     pid_t pid = ::fork();
     ASSERT_GE(pid, 0);
     if (pid == 0) {
