@@ -9,6 +9,8 @@ packages=(
   # libraries
   libicu-dev libfmt-dev libcli11-dev liburiparser-dev
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
+  # the formats' own libraries, for verifying the audio
+  libflac-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time
   # desktop application and its headless tests

@@ -1,0 +1,37 @@
+#pragma once
+// Every message of the audio verification, in one place. "{}" fields are
+// filled with fmt: times as "hh:mm:ss.mmm", counts and offsets in decimal.
+namespace sondrel::verify::msg {
+
+// Common
+constexpr const char* kMoreFindings = "{} more audio problems in this file are not listed";
+constexpr const char* kReadFailed = "The audio could not be read to the end of the file";
+
+// FLAC, read without decoding
+constexpr const char* kFlacNoStreamInfo = "FLAC audio cannot be verified without a valid STREAMINFO block";
+constexpr const char* kFlacNoFirstFrame =
+    "FLAC audio does not start with a valid frame header; {} bytes skipped";
+constexpr const char* kFlacFrameCrc = "FLAC frame CRC mismatch at {}";
+constexpr const char* kFlacLastFrame =
+    "FLAC last frame at {} is cut short or followed by data that is not audio";
+constexpr const char* kFlacLostSync = "FLAC lost sync at {}: the audio up to {} is missing";
+constexpr const char* kFlacOutOfOrder = "FLAC frame at {} is out of sequence";
+constexpr const char* kFlacTotalSamples = "FLAC frames hold {} of audio, STREAMINFO declares {}";
+constexpr const char* kFlacNoFrames = "FLAC file holds no audio frames, STREAMINFO declares {}";
+// FLAC, decoded
+constexpr const char* kFlacDecodeError = "FLAC decoder error at {}: {}";
+constexpr const char* kFlacMd5Mismatch = "FLAC decoded audio does not match the MD5 signature in STREAMINFO";
+constexpr const char* kFlacMd5Unset = "FLAC STREAMINFO holds no MD5 signature of the audio";
+constexpr const char* kFlacDecodedLength = "FLAC decoded audio lasts {}, STREAMINFO declares {}";
+
+// WavPack, read without decoding
+constexpr const char* kWvNoBlock = "WavPack file holds no audio block";
+constexpr const char* kWvBadHeader = "WavPack block header at {} is damaged";
+constexpr const char* kWvChecksum = "WavPack block checksum mismatch at {}";
+constexpr const char* kWvCutShort = "WavPack block at {} is cut short by the end of the file";
+constexpr const char* kWvLostSync = "WavPack lost sync after {}: {} bytes are not audio blocks";
+constexpr const char* kWvOutOfOrder = "WavPack block at {} is out of sequence (expected {})";
+constexpr const char* kWvTrailing = "{} bytes after the last WavPack block are not audio";
+constexpr const char* kWvTotalSamples = "WavPack blocks hold {} of audio, the header declares {}";
+
+}  // namespace sondrel::verify::msg
