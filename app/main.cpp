@@ -21,6 +21,7 @@
 #include "app/MainWindow.h"
 #include "app/QtPlatform.h"
 #include "core/BuildInfo.h"
+#include "verify/Verify.h"
 
 using namespace sondrel::app;
 
@@ -64,6 +65,7 @@ int main(int argc, char** argv) {
     const bool automated = parser.isSet(logOption) || parser.isSet(startOption) || parser.isSet(grabMain) ||
                            parser.isSet(grabLog);
 
+    sondrel::verify::install();
     QtPlatform platform;
     AppDelegate delegate(platform, {}, helpFolder().toStdString());
     LogViewer viewer(delegate);

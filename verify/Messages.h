@@ -34,4 +34,14 @@ constexpr const char* kWvOutOfOrder = "WavPack block at {} is out of sequence (e
 constexpr const char* kWvTrailing = "{} bytes after the last WavPack block are not audio";
 constexpr const char* kWvTotalSamples = "WavPack blocks hold {} of audio, the header declares {}";
 
+// MPEG audio, read without decoding
+constexpr const char* kMpegNoFrames = "MPEG audio holds no frames";
+constexpr const char* kMpegLostSync = "MPEG audio lost sync at {}: {} bytes are not audio frames";
+constexpr const char* kMpegCutShort = "MPEG audio frame at {} is cut short by the end of the file";
+constexpr const char* kMpegTrailing = "{} bytes after the last MPEG audio frame are not audio";
+constexpr const char* kMpegFrameCount = "MPEG audio holds {} frames, the {} header declares {}";
+constexpr const char* kMpegByteCount = "MPEG audio holds {} bytes, the {} header declares {}";
+constexpr const char* kLameTagCrc = "LAME tag CRC mismatch: the header frame is damaged";
+constexpr const char* kLameMusicCrc = "LAME tag audio CRC mismatch: the audio frames are damaged";
+
 }  // namespace sondrel::verify::msg

@@ -8,6 +8,7 @@
 #include "core/Tag.h"
 #include "verify/FlacVerify.h"
 #include "verify/Messages.h"
+#include "verify/MpegVerify.h"
 #include "verify/WavPackVerify.h"
 
 namespace sondrel::verify {
@@ -30,6 +31,9 @@ void verifyFile(Tag& tag, Format format) {
     switch (format) {
         case Format::FLAC:
             verifyFlac(tag, *tier, findings);
+            break;
+        case Format::MP3:
+            verifyMpeg(tag, *tier, findings);
             break;
         case Format::WavPack:
             verifyWavPack(tag, *tier, findings);
