@@ -16,7 +16,7 @@ packages=(
   # desktop application and its headless tests
   qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
-  ffmpeg lame flac vorbis-tools opus-tools wavpack sox eyed3 python3-mutagen id3v2 atomicparsley mp3val
+  ffmpeg lame flac vorbis-tools opus-tools wavpack sox eyed3 python3-mutagen id3v2 atomicparsley mp3val mpg123
 )
 
 missing=()

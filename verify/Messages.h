@@ -44,4 +44,14 @@ constexpr const char* kMpegByteCount = "MPEG audio holds {} bytes, the {} header
 constexpr const char* kLameTagCrc = "LAME tag CRC mismatch: the header frame is damaged";
 constexpr const char* kLameMusicCrc = "LAME tag audio CRC mismatch: the audio frames are damaged";
 
+// Ogg, read without decoding
+constexpr const char* kOggNoPage = "Ogg file holds no page";
+constexpr const char* kOggLostSync = "Ogg lost sync after {}: {} bytes are not Ogg pages";
+constexpr const char* kOggPageCrc = "Ogg page CRC mismatch after {}";
+constexpr const char* kOggCutShort = "Ogg page after {} is cut short by the end of the file";
+constexpr const char* kOggSequence = "Ogg page sequence jumps after {}: {} pages are missing";
+constexpr const char* kOggGranule = "Ogg granule position goes back after {}";
+constexpr const char* kOggTrailing = "{} bytes after the last Ogg page are not audio";
+constexpr const char* kOggNoEnd = "Ogg stream ends at {} without its end-of-stream page";
+
 }  // namespace sondrel::verify::msg

@@ -9,6 +9,7 @@
 #include "verify/FlacVerify.h"
 #include "verify/Messages.h"
 #include "verify/MpegVerify.h"
+#include "verify/OggVerify.h"
 #include "verify/WavPackVerify.h"
 
 namespace sondrel::verify {
@@ -34,6 +35,9 @@ void verifyFile(Tag& tag, Format format) {
             break;
         case Format::MP3:
             verifyMpeg(tag, *tier, findings);
+            break;
+        case Format::Ogg:
+            verifyOgg(tag, *tier, findings);
             break;
         case Format::WavPack:
             verifyWavPack(tag, *tier, findings);

@@ -97,13 +97,18 @@ uint64_t findBlock(FileHandle& file, uint64_t from, uint64_t end) {
     return end;
 }
 
-// An APE tag or ID3v1 tag may follow the audio; the format checker reads it.
-bool isTrailingTag(FileHandle& file, uint64_t pos, uint64_t end) {
-    uint8_t m[8];
-    if (end - pos >= 8 && file.readInto(pos, m, 8) &&
-        std::string_view(reinterpret_cast<char*>(m), 8) == "APETAGEX")
-        return true;
-    return end - pos == 128 && file.readInto(pos, m, 3) && m[0] == 'T' && m[1] == 'A' && m[2] == 'G';
+// An APE tag (with its header, as WavPack tools write it) and an ID3v1 tag
+// may follow the audio; the format checker reads them. The length of the
+// tag at `pos`, or 0.
+uint64_t trailingTagLength(FileHandle& file, uint64_t pos, uint64_t end) {
+    uint8_t m[32];
+    if (end - pos >= 32 && file.readInto(pos, m, 32) &&
+        std::string_view(reinterpret_cast<char*>(m), 8) == "APETAGEX") {
+        const uint64_t length = 32 + uint64_t(le32(m + 12));
+        return length <= end - pos ? length : 0;
+    }
+    if (end - pos == 128 && file.readInto(pos, m, 3) && m[0] == 'T' && m[1] == 'A' && m[2] == 'G') return 128;
+    return 0;
 }
 
 }  // namespace
@@ -126,7 +131,14 @@ void verifyWavPack(Tag& tag, Tier, Findings& findings) {
         std::optional<BlockHeader> h;
         if (end - pos >= kHeaderSize && file->readInto(pos, head, kHeaderSize)) h = parseHeader(head);
         if (!h) {
-            if (isTrailingTag(*file, pos, end)) break;
+            if (uint64_t tagLength = trailingTagLength(*file, pos, end)) {
+                pos += tagLength;
+                if (pos < end && !trailingTagLength(*file, pos, end)) {
+                    findings.add(pos, fmt::format(msg::kWvTrailing, end - pos));
+                    break;
+                }
+                continue;
+            }
             uint64_t next = findBlock(*file, pos + 1, end);
             if (next >= end) {
                 findings.add(pos, fmt::format(msg::kWvTrailing, end - pos));
