@@ -26,7 +26,6 @@ constexpr const char* kFlacDecodedLength = "FLAC decoded audio lasts {}, STREAMI
 
 // WavPack, read without decoding
 constexpr const char* kWvNoBlock = "WavPack file holds no audio block";
-constexpr const char* kWvBadHeader = "WavPack block header at {} is damaged";
 constexpr const char* kWvChecksum = "WavPack block checksum mismatch at {}";
 constexpr const char* kWvCutShort = "WavPack block at {} is cut short by the end of the file";
 constexpr const char* kWvLostSync = "WavPack lost sync after {}: {} bytes are not audio blocks";
@@ -53,5 +52,14 @@ constexpr const char* kOggSequence = "Ogg page sequence jumps after {}: {} pages
 constexpr const char* kOggGranule = "Ogg granule position goes back after {}";
 constexpr const char* kOggTrailing = "{} bytes after the last Ogg page are not audio";
 constexpr const char* kOggNoEnd = "Ogg stream ends at {} without its end-of-stream page";
+
+// MPEG-4 sample tables
+constexpr const char* kMp4ChunkOutsideFile =
+    "MPEG-4 track {} chunk {} ({} bytes) lies beyond the end of the file";
+constexpr const char* kMp4ChunkOutsideMdat =
+    "MPEG-4 track {} chunk {} ({} bytes) lies outside the media data";
+constexpr const char* kMp4SampleCount =
+    "MPEG-4 track {}: its chunks hold {} samples, the sample size table lists {}";
+constexpr const char* kMp4BadTable = "MPEG-4 track {}: the sample table is damaged";
 
 }  // namespace sondrel::verify::msg

@@ -8,6 +8,7 @@
 #include "core/Tag.h"
 #include "verify/FlacVerify.h"
 #include "verify/Messages.h"
+#include "verify/Mp4Verify.h"
 #include "verify/MpegVerify.h"
 #include "verify/OggVerify.h"
 #include "verify/WavPackVerify.h"
@@ -35,6 +36,9 @@ void verifyFile(Tag& tag, Format format) {
             break;
         case Format::MP3:
             verifyMpeg(tag, *tier, findings);
+            break;
+        case Format::MPEG4:
+            verifyMp4(tag, *tier, findings);
             break;
         case Format::Ogg:
             verifyOgg(tag, *tier, findings);

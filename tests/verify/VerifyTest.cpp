@@ -4,6 +4,7 @@
 // files draw none; with verification off, damaged audio draws none either.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -148,6 +149,28 @@ TEST(Verify, RealEncoderFilesAndTheirDamage) {
             EXPECT_GE(audioLines(full), 1u) << full;
         }
     }
+}
+
+// MPEG-4 carries no checksums: the quick tier follows the sample tables.
+TEST(Verify, Mpeg4SampleTables) {
+    verify::install();
+    if (!haveTool("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
+    TempDir dir;
+    const std::string out = dir.path() + "/a.m4a";
+    ASSERT_TRUE(
+        run("ffmpeg -v error -f lavfi -i sine=duration=2 -c:a aac -movflags +faststart '" + out + "'"));
+    const Bytes clean = readBytes(out);
+    EXPECT_EQ(problemsFor("a.m4a", clean, {{"Verify", "quick"}}), "");
+    const size_t stco = size_t(
+        std::search(clean.begin(), clean.end(), std::begin("stco"), std::end("stco") - 1) - clean.begin());
+    ASSERT_LT(stco, clean.size());
+    Bytes cut = clean, moved = clean;
+    cut.resize(cut.size() * 2 / 3);
+    moved[stco + 12 + 1] ^= 0x01;  // the first chunk offset, 64 KiB further on
+    EXPECT_NE(problemsFor("a.m4a", cut, {{"Verify", "quick"}}).find("lies beyond the end of the file"),
+              std::string::npos);
+    EXPECT_NE(problemsFor("a.m4a", moved, {{"Verify", "quick"}}).find("  Audio: MPEG-4 track 1 chunk 1"),
+              std::string::npos);
 }
 
 TEST(Verify, FlacWithoutSignatureAndDecodedMismatch) {
