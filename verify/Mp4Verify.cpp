@@ -74,7 +74,8 @@ std::optional<Table> table(FileHandle& file, const Box& box, uint64_t skip, unsi
     const uint64_t at = box.payload() + 4 + skip;
     if (box.end() - box.payload() < 8 + skip || !file.readInto(at, h, 4)) return std::nullopt;
     const uint64_t count = be32(h);
-    if (count > (box.end() - at - 4) / width) return std::nullopt;
+    // A width of 0: the count alone (a uniform sample size lists no entries).
+    if (width && count > (box.end() - at - 4) / width) return std::nullopt;
     return Table{at + 4, count};
 }
 
@@ -95,7 +96,7 @@ void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fil
     std::optional<Table> sizes;
     uint8_t uniform[4] = {};
     if (stsz && stsz->end() - stsz->payload() >= 12 && file.readInto(stsz->payload() + 4, uniform, 4))
-        sizes = table(file, *stsz, 4, be32(uniform) ? 1 : 4);
+        sizes = be32(uniform) ? table(file, *stsz, 4, 0) : table(file, *stsz, 4, 4);
     if (!chunks || !perChunk || !sizes || perChunk->count == 0)
         return findings.add(trak.start, fmt::format(msg::kMp4BadTable, number));
     if (be32(uniform)) sizes->start = 0;  // no per-sample entries follow
