@@ -109,7 +109,7 @@ void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fil
         if (i >= perChunk->count || !file.readInto(perChunk->start + i * 12, e, 8)) return std::nullopt;
         return std::pair<uint64_t, uint64_t>{be32(e), be32(e + 4)};
     };
-    uint64_t runIndex = 0, samples = 0;
+    uint64_t runIndex = 0, samples = 0, inChunks = 0;
     auto current = run(0), following = run(1);
     for (uint64_t chunk = 1; chunk <= chunks->count; ++chunk) {
         while (following && following->first <= chunk) {
@@ -118,12 +118,16 @@ void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fil
         }
         auto offset = offsets.next();
         if (!offset || !current) return findings.add(trak.start, fmt::format(msg::kMp4BadTable, number));
-        uint64_t bytes = 0;
-        for (uint64_t s = 0; s < current->second && samples < sizes->count; ++s, ++samples) {
-            auto size = be32(uniform) ? std::optional<uint64_t>(be32(uniform)) : sampleSizes.next();
+        // The chunk's samples, never more than the size table lists.
+        const uint64_t inChunk = std::min<uint64_t>(current->second, sizes->count - samples);
+        uint64_t bytes = inChunk * be32(uniform);
+        for (uint64_t s = 0; !be32(uniform) && s < inChunk; ++s) {
+            auto size = sampleSizes.next();
             if (!size) return findings.add(trak.start, fmt::format(msg::kMp4BadTable, number));
             bytes += *size;
         }
+        samples += inChunk;
+        inChunks += current->second;
         if (*offset > fileSize || bytes > fileSize - *offset) {
             findings.add(*offset, fmt::format(msg::kMp4ChunkOutsideFile, number, chunk, bytes));
             continue;
@@ -133,8 +137,8 @@ void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fil
             inside = inside || (*offset >= start && bytes <= end - *offset);
         if (!inside) findings.add(*offset, fmt::format(msg::kMp4ChunkOutsideMdat, number, chunk, bytes));
     }
-    if (samples != sizes->count)
-        findings.add(stbl->start, fmt::format(msg::kMp4SampleCount, number, samples, sizes->count));
+    if (inChunks != sizes->count)
+        findings.add(stbl->start, fmt::format(msg::kMp4SampleCount, number, inChunks, sizes->count));
 }
 
 }  // namespace

@@ -200,7 +200,9 @@ void verifyMpeg(Tag& tag, Tier, Findings& findings) {
         if (frames == 0) {
             firstFrame = pos;
             rate = f->rate;
-            ByteSpan first = reader.window(pos, f->length).first(f->length);
+            ByteSpan first = reader.window(pos, f->length);
+            if (first.size() < f->length) return findings.add(pos, msg::kReadFailed);
+            first = first.first(f->length);
             summary = readSummary(first, *f);
             if (summary.name) {
                 if (summary.tagCrc && crc16(0, first.first(summary.tagCrcAt)) != *summary.tagCrc)

@@ -67,7 +67,9 @@ void verifyOgg(Tag& tag, Tier, Findings& findings) {
             ended = true;  // reported already
             break;
         }
-        ByteSpan page = reader.window(pos, length).first(length);
+        ByteSpan page = reader.window(pos, length);
+        if (page.size() < length) return findings.add(pos, msg::kReadFailed);
+        page = page.first(length);
         const uint8_t flags = page[5];
         const uint64_t pageGranule = le64(page.data() + 6);
         const uint32_t pageSerial = le32(page.data() + 14), sequence = le32(page.data() + 18);
