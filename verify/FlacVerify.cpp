@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -85,7 +86,26 @@ constexpr std::array<uint16_t, 256> makeCrc16() {
     return t;
 }
 constexpr auto kCrc8 = makeCrc8();
-constexpr auto kCrc16 = makeCrc16();
+// Eight tables for the CRC-16 eight bytes at a time: table k gives the CRC
+// contribution of a byte followed by k zero bytes.
+constexpr std::array<std::array<uint16_t, 256>, 8> makeCrc16Slices() {
+    std::array<std::array<uint16_t, 256>, 8> t{};
+    t[0] = makeCrc16();
+    for (size_t k = 1; k < 8; ++k)
+        for (unsigned b = 0; b < 256; ++b) t[k][b] = uint16_t((t[k - 1][b] << 8) ^ t[0][t[k - 1][b] >> 8]);
+    return t;
+}
+constexpr auto kCrc16 = makeCrc16Slices();
+
+uint16_t crc16(uint16_t c, const uint8_t* p, size_t n) {
+    for (; n >= 8; p += 8, n -= 8) {
+        const uint16_t x = uint16_t(c ^ ((p[0] << 8) | p[1]));
+        c = uint16_t(kCrc16[7][x >> 8] ^ kCrc16[6][x & 0xFF] ^ kCrc16[5][p[2]] ^ kCrc16[4][p[3]] ^
+                     kCrc16[3][p[4]] ^ kCrc16[2][p[5]] ^ kCrc16[1][p[6]] ^ kCrc16[0][p[7]]);
+    }
+    for (; n; ++p, --n) c = uint16_t((c << 8) ^ kCrc16[0][(c >> 8) ^ *p]);
+    return c;
+}
 
 // The longest frame header: sync and codes (4), a 7-byte coded number, a
 // 16-bit block size, a 16-bit rate and the CRC-8.
@@ -245,16 +265,22 @@ class FrameWalk {
             // there and refill, unless this is the end of the audio.
             size_t run = w.size();
             if (pos + run < end) run = run > kMaxHeader ? run - kMaxHeader : 1;
-            for (size_t i = 0; i < run; ++i) {
-                const uint8_t b = w[i];
-                if (b == 0xFF && pos + i >= from && i + 1 < w.size() && (w[i + 1] & 0xFE) == 0xF8) {
-                    if (auto h = parseHeader(w.subspan(i, std::min(w.size() - i, kMaxHeader)), si_)) {
+            // From one 0xFF (the first byte of a sync code) to the next, the
+            // CRC runs over whole stretches.
+            for (size_t i = 0; i < run;) {
+                const void* ff = std::memchr(w.data() + i, 0xFF, run - i);
+                const size_t at = ff ? size_t(static_cast<const uint8_t*>(ff) - w.data()) : run;
+                c = crc16(c, w.data() + i, at - i);
+                if (at == run) break;
+                if (pos + at >= from && at + 1 < w.size() && (w[at + 1] & 0xFE) == 0xF8) {
+                    if (auto h = parseHeader(w.subspan(at, std::min(w.size() - at, kMaxHeader)), si_)) {
                         if (next) *next = h;
                         if (crc) *crc = c;
-                        return pos + i;
+                        return pos + at;
                     }
                 }
-                c = uint16_t((c << 8) ^ kCrc16[(c >> 8) ^ b]);
+                c = crc16(c, w.data() + at, 1);
+                i = at + 1;
             }
             pos += run;
         }
