@@ -1,6 +1,7 @@
 #include "app/OptionsSheet.h"
 
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QLabel>
@@ -40,12 +41,24 @@ OptionsSheet::OptionsSheet(AppDelegate& delegate, QWidget* parent) : QDialog(par
                 [this, key = std::string(o.key)](bool on) { delegate_.storeBool(key, on); });
         layout->addWidget(box);
     }
+    // How far the audio itself is verified; the stored values are the
+    // command line's --verify words.
+    auto* verify = new QComboBox(this);
+    verify->setObjectName(kVerifyKey);
+    verify->setToolTip(kVerifyKey);
+    verify->addItem("Off", "off");
+    verify->addItem("Quick: checksums and counts the formats carry", "quick");
+    verify->addItem("Full: also decode every frame", "full");
+    connect(verify, &QComboBox::currentIndexChanged, this, [this, verify](int i) {
+        delegate_.storeString(kVerifyKey, verify->itemData(i).toString().toStdString());
+    });
     auto* size = new QSpinBox(this);
     size->setObjectName(LogViewerState::kFontSizeKey);
     size->setRange(LogViewerState::kSmallestFontSize, 72);
     connect(size, &QSpinBox::valueChanged, this,
             [this](int v) { delegate_.storeInteger(LogViewerState::kFontSizeKey, v); });
     auto* form = new QFormLayout;
+    form->addRow("Verify the audio:", verify);
     form->addRow("Log viewer font size:", size);
     layout->addLayout(form);
 
@@ -62,6 +75,11 @@ void OptionsSheet::load() {
         QSignalBlocker block(box);
         box->setChecked(delegate_.settings().boolFromKey(o.key));
     }
+    auto* verify = findChild<QComboBox*>(kVerifyKey);
+    QSignalBlocker blockVerify(verify);
+    const int index =
+        verify->findData(QString::fromStdString(delegate_.settings().stringFromKey(kVerifyKey)));
+    verify->setCurrentIndex(index < 0 ? 0 : index);
     auto* size = findChild<QSpinBox*>(LogViewerState::kFontSizeKey);
     QSignalBlocker block(size);
     size->setValue(int(delegate_.settings().intFromKey(LogViewerState::kFontSizeKey)));

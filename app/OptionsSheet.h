@@ -20,6 +20,7 @@ class OptionsSheet : public QDialog {
         const char* label;
     };
     static const std::vector<Option>& booleanOptions();
+    static constexpr const char* kVerifyKey = "Verify";
 
     OptionsSheet(AppDelegate& delegate, QWidget* parent);
     // Shows the sheet with the stored values.

@@ -22,6 +22,7 @@
 #include "app/QtPlatform.h"
 #include "core/BuildInfo.h"
 #include "formats/Checkers.h"
+#include "verify/Verify.h"
 
 using namespace sondrel::app;
 
@@ -66,6 +67,7 @@ int main(int argc, char** argv) {
     const bool automated = parser.isSet(logOption) || parser.isSet(startOption) || parser.isSet(grabMain) ||
                            parser.isSet(grabLog);
 
+    sondrel::verify::install();
     QtPlatform platform;
     AppDelegate delegate(platform, {}, helpFolder().toStdString());
     LogViewer viewer(delegate);

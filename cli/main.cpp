@@ -22,6 +22,7 @@
 #include "core/Text.h"
 #include "core/WorkThread.h"
 #include "formats/Checkers.h"
+#include "verify/Verify.h"
 
 using namespace sondrel;
 
@@ -138,7 +139,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> paths;
     bool allFiles = false, privacy = false, dups = false, suppressTime = false, id3v1 = false;
     bool mulAtoms = false, mulData = false, quiet = false, listCodesFlag = false;
-    std::string minSeverity, selectCodes, ignoreCodes, explainCode;
+    std::string minSeverity, selectCodes, ignoreCodes, explainCode, verifyTier;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 
     app.set_version_flag(
@@ -159,6 +160,10 @@ int main(int argc, char** argv) {
     app.add_flag("--mpeg4-multiple-atoms", mulAtoms, "Do not report repeated MPEG-4 atoms (MPEG4_MulAtoms)");
     app.add_flag("--mpeg4-multiple-data", mulData,
                  "Accept several data items in one MPEG-4 atom (MPEG4_MulData)");
+    app.add_option("--verify", verifyTier,
+                   "Verify the audio itself: quick (checksums and counts the formats carry) or full "
+                   "(also decode every frame) (Verify)")
+        ->check(CLI::IsMember({"off", "quick", "full"}));
     app.add_option("--jobs,-j", jobs, "Files analysed at once (default: the number of processors)")
         ->check(CLI::Range(1u, 1024u));
     app.add_option("--min-severity", minSeverity,
@@ -210,6 +215,11 @@ int main(int argc, char** argv) {
                          key.c_str(), value.c_str());
             return kCannotRun;
         }
+        if (key == "Verify" && !verify::parseTier(value)) {
+            std::fprintf(stderr, "sondrel: option Verify takes off, quick or full, got '%s'\n",
+                         value.c_str());
+            return kCannotRun;
+        }
         settings.overrideValue(key, isBooleanKey(key) ? (b ? "true" : "false") : value);
     }
     auto flag = [&](bool on, const char* key) {
@@ -222,6 +232,7 @@ int main(int argc, char** argv) {
     flag(id3v1, "LogID3v1");
     flag(mulAtoms, "MPEG4_MulAtoms");
     flag(mulData, "MPEG4_MulData");
+    if (!verifyTier.empty()) settings.overrideValue("Verify", verifyTier);
     if (!logPath.empty()) settings.overrideValue("LogPath", logPath);
     if (!minSeverity.empty()) settings.overrideValue("MinSeverity", minSeverity);
     if (!selectCodes.empty()) settings.overrideValue("SelectCodes", selectCodes);
@@ -258,6 +269,7 @@ int main(int argc, char** argv) {
         return kCannotRun;
     }
 
+    verify::install();
     installSignalHandlers();
     const bool toStdout = settings.stringFromKey("LogPath") == "-";
     const bool showProgress = !quiet && ::isatty(STDERR_FILENO);

@@ -56,6 +56,12 @@ const ProblemCode kTable[] = {
      "The checker stopped on an unexpected condition; the rest of the file was not checked.",
      "Report the file; the other files of the scan are not affected."},
 
+    {"file.check-budget", D, "Too many *: the check stopped after *",
+     "The file holds far more structures (chunks, frames, items, blocks) than any real writer "
+     "produces, so the check stopped there; the rest of the file was not checked. Damaged or "
+     "deliberately crafted files cause it.",
+     "Replace the file from a good copy."},
+
     // --- privacy (asked for)
     {"privacy.owner", N, "Owner information is embedded",
      "The file names its buyer or owner (an account name or address), typically put there by an "
@@ -493,6 +499,109 @@ const ProblemCode kTable[] = {
     {"mp4.freeform-multiple-data", W, "----* has multiple data atoms",
      "A free-form item holds several values; legal, but many readers show only the first.",
      "Keep one value, or allow it with the MPEG4_MulData option."},
+
+    // --- audio verification (the audio itself, with --verify)
+    {"audio.more-findings", N, "* more audio problems in this file are not listed",
+     "The audio has more problems than are listed; only the first few are written.",
+     "See the listed problems; the file needs replacing in any case."},
+    {"audio.read-failed", D, "The audio could not be read to the end of the file",
+     "Reading the audio failed before its end: the disk failed or the file changed during the check.",
+     "Check the disk, then check the file again."},
+    {"flac.verify-no-streaminfo", W, "FLAC audio cannot be verified without a valid STREAMINFO block",
+     "Without a valid STREAMINFO block the frames cannot be checked against the stream's parameters.",
+     "Re-encode the file from a good copy."},
+    {"flac.audio-damaged", D,
+     "FLAC audio does not start with a valid frame header; * bytes skipped
+FLAC frame CRC mismatch at *
+"
+     "FLAC last frame at * is cut short or followed by data that is not audio
+"
+     "FLAC lost sync at *: the audio up to * is missing
+FLAC file holds no audio frames, STREAMINFO declares *
+"
+     "FLAC decoder error at *: *
+FLAC decoded audio does not match the MD5 signature in STREAMINFO",
+     "The audio frames are damaged: a checksum fails, frames are missing or cut, or the decoded audio "
+     "differs from what was encoded. Players skip or click at that point. Bad disks, interrupted copies "
+     "and failing downloads cause it.",
+     "Replace the file from a good copy, or re-rip the source."},
+    {"flac.frame-order", E, "FLAC frame at * is out of sequence",
+     "A frame's number or sample position does not follow the one before it; frames were lost or spliced.",
+     "Re-encode the file from a good copy."},
+    {"flac.total-samples", E,
+     "FLAC frames hold * of audio, STREAMINFO declares *
+FLAC decoded audio lasts *, STREAMINFO declares *",
+     "The audio is shorter or longer than the stream header says; players show a wrong length and seek badly.",
+     "Re-encode from a good copy (flac -f --decode-through-errors, then encode) to rewrite the header."},
+    {"flac.md5-unset", N, "FLAC STREAMINFO holds no MD5 signature of the audio",
+     "The encoder did not store the audio's MD5, so decoding cannot prove the audio is as encoded.",
+     "Re-encode with an encoder that stores the MD5 (flac does by default)."},
+    {"wv.audio-damaged", D,
+     "WavPack file holds no audio block
+WavPack block checksum mismatch at *
+"
+     "WavPack block at * is cut short by the end of the file
+WavPack lost sync after *: * bytes are not audio blocks",
+     "WavPack audio blocks are missing, cut or fail their checksum; the audio there is lost.",
+     "Replace the file from a good copy."},
+    {"wv.block-order", E, "WavPack block at * is out of sequence (expected *)",
+     "A block's sample position does not follow the one before it; blocks were lost or spliced.",
+     "Replace the file from a good copy."},
+    {"wv.trailing-data", E, "* bytes after the last WavPack block are not audio",
+     "Bytes that are neither audio nor a tag follow the audio: a failed write or another file's tail.",
+     "Remove the bytes (re-encode or re-tag the file)."},
+    {"wv.total-samples", E, "WavPack blocks hold * of audio, the header declares *",
+     "The audio is shorter or longer than the header declares; usually a cut file.",
+     "Replace the file from a good copy."},
+    {"mp3.audio-damaged", D,
+     "MPEG audio holds no frames
+MPEG audio lost sync at *: * bytes are not audio frames
+"
+     "MPEG audio frame at * is cut short by the end of the file
+"
+     "LAME tag audio CRC mismatch: the audio frames are damaged",
+     "MPEG audio frames are missing, cut or damaged; players skip or click there.",
+     "Replace the file from a good copy."},
+    {"mp3.trailing-data", E, "* bytes after the last MPEG audio frame are not audio",
+     "Bytes that are neither frames nor a tag follow the audio: a failed write or another file's tail.",
+     "Remove the bytes with an MP3 repair tool, or replace the file."},
+    {"mp3.summary-mismatch", E,
+     "MPEG audio holds * frames, the * header declares *
+MPEG audio holds * bytes, the * header declares *
+"
+     "LAME tag CRC mismatch: the header frame is damaged",
+     "The Xing/Info/VBRI summary disagrees with the audio (or is damaged): players show a wrong length and "
+     "seek badly. A cut or joined file is the usual cause.",
+     "Rewrite the summary header (an MP3 repair tool), or replace the file."},
+    {"ogg.audio-damaged", D,
+     "Ogg file holds no page
+Ogg lost sync after *: * bytes are not Ogg pages
+Ogg page CRC mismatch after *
+"
+     "Ogg page after * is cut short by the end of the file
+Ogg page sequence jumps after *: * pages are missing",
+     "Ogg pages are missing, cut or fail their checksum; the audio in them is lost.",
+     "Replace the file from a good copy."},
+    {"ogg.granule-order", E, "Ogg granule position goes back after *",
+     "A page's sample position is before the previous one; players seek wrongly.",
+     "Replace or re-encode the file."},
+    {"ogg.trailing-data", E, "* bytes after the last Ogg page are not audio",
+     "Bytes that are not Ogg pages follow the last page: a failed write or another file's tail.",
+     "Remove the bytes, or replace the file."},
+    {"ogg.no-end-of-stream", E, "Ogg stream ends at * without its end-of-stream page",
+     "The stream has no final page: the file was cut or the encoder stopped early.",
+     "Replace the file from a good copy."},
+    {"mp4.chunk-beyond-file", D, "MPEG-4 track * chunk * (* bytes) lies beyond the end of the file",
+     "The sample table points to audio past the end of the file: the file was cut short.",
+     "Replace the file from a good copy."},
+    {"mp4.sample-table", E,
+     "MPEG-4 track * chunk * (* bytes) lies outside the media data
+"
+     "MPEG-4 track *: its chunks hold * samples, the sample size table lists *
+"
+     "MPEG-4 track *: the sample table is damaged",
+     "The sample table disagrees with itself or points outside the media data; players may stop or skip.",
+     "Remux the file (ffmpeg -c copy), or replace it."},
 };
 
 // A pattern cut at its wildcards: the first piece must start the message, the

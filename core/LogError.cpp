@@ -16,6 +16,8 @@ const char* categoryWord(uint32_t logtype) {
             return "Privacy";
         case kRename:
             return "Rename(mp3)";
+        case kAudio:
+            return "Audio";
         default:
             return "Container";
     }

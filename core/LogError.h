@@ -13,6 +13,9 @@ enum LogType : uint32_t {
     kFatal = 4,
     kPrivacy = 5,
     kRename = 6,
+    // The audio itself: frames, blocks or pages whose checksums, counts or
+    // decoding fail (only when the audio is verified).
+    kAudio = 7,
 };
 
 // One logged problem: category code, absolute byte offset, message, and the

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <exception>
 #include <utility>
 
@@ -24,11 +25,17 @@ constexpr const char* kOwnerEmbedded = "Owner information is embedded";
 constexpr const char* kIdentificationEmbedded = "Identification information is embedded";
 constexpr const char* kInternalError = "The check of this file stopped on an internal error";
 
+std::atomic<AudioVerifier> gAudioVerifier{nullptr};
+
 const FieldRow* rowFor(int64_t index) {
     if (index < 0 || index > kTerminatorRow) return nullptr;
     return &kFieldTable[size_t(index)];
 }
 }  // namespace
+
+void setAudioVerifier(AudioVerifier verifier) {
+    gAudioVerifier.store(verifier);
+}
 
 Tag::Tag(std::string path, const Settings& settings) : path_(std::move(path)), settings_(settings) {
     getTheTag();
@@ -61,7 +68,20 @@ void Tag::getTheTag() {
         logError(kFile, 0, kInternalError);
     }
     tagType_ = entry->tagType;
+    verifyAudio(entry->format);
     recordDateAndPrivacy();
+}
+
+void Tag::verifyAudio(Format format) {
+    AudioVerifier verifier = gAudioVerifier.load();
+    if (!verifier) return;
+    const std::string tier = settings_.stringFromKey("Verify");
+    if (tier.empty() || tier == "off") return;
+    try {
+        verifier(*this, format);
+    } catch (const std::exception&) {
+        logError(kFile, 0, kInternalError);
+    }
 }
 
 void Tag::recordDateAndPrivacy() {

@@ -27,6 +27,15 @@ class Checker {
     virtual ~Checker() = default;
 };
 
+class Tag;
+enum class Format;
+
+// Verification of the audio itself (checksums, counts, decoding) lives outside
+// the core; a front end installs it at start. The record calls it after the
+// checker whenever the "Verify" option is not "off", with the file's format.
+using AudioVerifier = void (*)(Tag& tag, Format format);
+void setAudioVerifier(AudioVerifier verifier);
+
 class Tag {
   public:
     // Analyses the file at `path` (the whole analysis runs inside).
@@ -82,6 +91,7 @@ class Tag {
 
   private:
     void getTheTag();
+    void verifyAudio(Format format);
     void recordDateAndPrivacy();
 
     uint32_t tagType_ = 0;

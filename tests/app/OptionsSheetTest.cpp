@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
+#include <QComboBox>
 #include <QSpinBox>
 
 #include <set>
@@ -46,6 +47,11 @@ TEST(OptionsSheet, EveryShippedSwitchIsEditableAndStored) {
         box->click();
         EXPECT_EQ(Settings::load(config.path()).boolFromKey(o.key), !before) << o.key;
     }
+    auto* verify = sheet.findChild<QComboBox*>("Verify");
+    ASSERT_NE(verify, nullptr);
+    EXPECT_EQ(verify->currentData().toString(), "off");
+    verify->setCurrentIndex(2);
+    EXPECT_EQ(Settings::load(config.path()).stringFromKey("Verify"), "full");
     auto* size = sheet.findChild<QSpinBox*>("LogFixedFontSize");
     ASSERT_NE(size, nullptr);
     EXPECT_EQ(size->value(), 12);

@@ -80,6 +80,8 @@ TEST(ProblemCodes, EveryMessageTheCheckersCanLogHasACode) {
     std::vector<fs::path> sources;
     for (const auto& e : fs::recursive_directory_iterator(root / "formats"))
         if (e.path().extension() == ".cpp") sources.push_back(e.path());
+    for (const auto& e : fs::recursive_directory_iterator(root / "verify"))
+        if (e.path().extension() == ".h" || e.path().extension() == ".cpp") sources.push_back(e.path());
     for (const char* f : {"Tag.cpp", "FieldValidator.cpp", "ImageValidator.cpp", "FileHandle.cpp"})
         sources.push_back(root / "core" / f);
     // Checkers wrap some messages: an ID3 frame's with its name, an item's

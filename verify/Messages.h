@@ -1,0 +1,65 @@
+#pragma once
+// Every message of the audio verification, in one place. "{}" fields are
+// filled with fmt: times as "hh:mm:ss.mmm", counts and offsets in decimal.
+namespace sondrel::verify::msg {
+
+// Common
+constexpr const char* kMoreFindings = "{} more audio problems in this file are not listed";
+constexpr const char* kReadFailed = "The audio could not be read to the end of the file";
+
+// FLAC, read without decoding
+constexpr const char* kFlacNoStreamInfo = "FLAC audio cannot be verified without a valid STREAMINFO block";
+constexpr const char* kFlacNoFirstFrame =
+    "FLAC audio does not start with a valid frame header; {} bytes skipped";
+constexpr const char* kFlacFrameCrc = "FLAC frame CRC mismatch at {}";
+constexpr const char* kFlacLastFrame =
+    "FLAC last frame at {} is cut short or followed by data that is not audio";
+constexpr const char* kFlacLostSync = "FLAC lost sync at {}: the audio up to {} is missing";
+constexpr const char* kFlacOutOfOrder = "FLAC frame at {} is out of sequence";
+constexpr const char* kFlacTotalSamples = "FLAC frames hold {} of audio, STREAMINFO declares {}";
+constexpr const char* kFlacNoFrames = "FLAC file holds no audio frames, STREAMINFO declares {}";
+// FLAC, decoded
+constexpr const char* kFlacDecodeError = "FLAC decoder error at {}: {}";
+constexpr const char* kFlacMd5Mismatch = "FLAC decoded audio does not match the MD5 signature in STREAMINFO";
+constexpr const char* kFlacMd5Unset = "FLAC STREAMINFO holds no MD5 signature of the audio";
+constexpr const char* kFlacDecodedLength = "FLAC decoded audio lasts {}, STREAMINFO declares {}";
+
+// WavPack, read without decoding
+constexpr const char* kWvNoBlock = "WavPack file holds no audio block";
+constexpr const char* kWvChecksum = "WavPack block checksum mismatch at {}";
+constexpr const char* kWvCutShort = "WavPack block at {} is cut short by the end of the file";
+constexpr const char* kWvLostSync = "WavPack lost sync after {}: {} bytes are not audio blocks";
+constexpr const char* kWvOutOfOrder = "WavPack block at {} is out of sequence (expected {})";
+constexpr const char* kWvTrailing = "{} bytes after the last WavPack block are not audio";
+constexpr const char* kWvTotalSamples = "WavPack blocks hold {} of audio, the header declares {}";
+
+// MPEG audio, read without decoding
+constexpr const char* kMpegNoFrames = "MPEG audio holds no frames";
+constexpr const char* kMpegLostSync = "MPEG audio lost sync at {}: {} bytes are not audio frames";
+constexpr const char* kMpegCutShort = "MPEG audio frame at {} is cut short by the end of the file";
+constexpr const char* kMpegTrailing = "{} bytes after the last MPEG audio frame are not audio";
+constexpr const char* kMpegFrameCount = "MPEG audio holds {} frames, the {} header declares {}";
+constexpr const char* kMpegByteCount = "MPEG audio holds {} bytes, the {} header declares {}";
+constexpr const char* kLameTagCrc = "LAME tag CRC mismatch: the header frame is damaged";
+constexpr const char* kLameMusicCrc = "LAME tag audio CRC mismatch: the audio frames are damaged";
+
+// Ogg, read without decoding
+constexpr const char* kOggNoPage = "Ogg file holds no page";
+constexpr const char* kOggLostSync = "Ogg lost sync after {}: {} bytes are not Ogg pages";
+constexpr const char* kOggPageCrc = "Ogg page CRC mismatch after {}";
+constexpr const char* kOggCutShort = "Ogg page after {} is cut short by the end of the file";
+constexpr const char* kOggSequence = "Ogg page sequence jumps after {}: {} pages are missing";
+constexpr const char* kOggGranule = "Ogg granule position goes back after {}";
+constexpr const char* kOggTrailing = "{} bytes after the last Ogg page are not audio";
+constexpr const char* kOggNoEnd = "Ogg stream ends at {} without its end-of-stream page";
+
+// MPEG-4 sample tables
+constexpr const char* kMp4ChunkOutsideFile =
+    "MPEG-4 track {} chunk {} ({} bytes) lies beyond the end of the file";
+constexpr const char* kMp4ChunkOutsideMdat =
+    "MPEG-4 track {} chunk {} ({} bytes) lies outside the media data";
+constexpr const char* kMp4SampleCount =
+    "MPEG-4 track {}: its chunks hold {} samples, the sample size table lists {}";
+constexpr const char* kMp4BadTable = "MPEG-4 track {}: the sample table is damaged";
+
+}  // namespace sondrel::verify::msg
