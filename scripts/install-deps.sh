@@ -9,12 +9,14 @@ packages=(
   # libraries
   libicu-dev libfmt-dev libcli11-dev liburiparser-dev
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
+  libavif-dev libheif-dev libjxl-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time
   # desktop application and its headless tests
   qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
   ffmpeg lame flac vorbis-tools opus-tools wavpack sox eyed3 python3-mutagen id3v2 atomicparsley mp3val
+  libavif-bin libheif-examples libjxl-tools
 )
 
 missing=()
