@@ -94,9 +94,15 @@ constexpr uint64_t kMaxJPEGScanPixels = (uint64_t{1} << 25) * 16;
 constexpr uint64_t kBMPBytesPerPixel = 4;
 constexpr uint64_t kLosslessWebPBytesPerPixel = 4;
 constexpr uint64_t kLossyWebPBytesPerPixel = 1;  // an alpha plane, when there is one
-constexpr uint64_t kAVIFBytesPerPixel = 6;
-constexpr uint64_t kHEIFBytesPerPixel = 6;
+constexpr uint64_t kAVIFBytesPerPixel = 4;
+constexpr uint64_t kHEIFBytesPerPixel = 4;
+// The JPEG XL decoder works on floating-point planes: about 15 bytes per
+// pixel for a lossy picture and 24 for a lossless one (kept in its original
+// colour space). A real JPEG XL cover of 3000 x 3000 pixels could not be
+// checked at all within kMaxDecodeBytes, so it gets a larger allowance.
 constexpr uint64_t kJXLBytesPerPixel = 16;
+constexpr uint64_t kLosslessJXLBytesPerPixel = 24;
+constexpr uint64_t kMaxJXLDecodeBytes = uint64_t{160} << 20;
 
 std::string tooLarge(uint64_t width, uint64_t height) {
     return fmt::format("Artwork not checked: {}x{} pixels exceed the decoding budget", width, height);
@@ -109,10 +115,11 @@ struct Gate {
 
     // Called once the header gives the size. False when the picture is not
     // to be decoded; `why` then says why.
-    bool admit(uint64_t width, uint64_t height, uint64_t heldBytesPerPixel = 0) {
+    bool admit(uint64_t width, uint64_t height, uint64_t heldBytesPerPixel = 0,
+               uint64_t maxHeldBytes = kMaxDecodeBytes) {
         const uint64_t pixels = width * height;  // both are below 2^32
         if (pixels > kMaxImagePixels ||
-            (heldBytesPerPixel != 0 && pixels > kMaxDecodeBytes / heldBytesPerPixel)) {
+            (heldBytesPerPixel != 0 && pixels > maxHeldBytes / heldBytesPerPixel)) {
             why = tooLarge(width, height);
             return false;
         }
@@ -572,7 +579,9 @@ Verdict decodeJXLEvents(JxlDecoder* decoder, const uint8_t* bytes, size_t length
             case JXL_DEC_BASIC_INFO: {
                 JxlBasicInfo info;
                 if (JxlDecoderGetBasicInfo(decoder, &info) != JXL_DEC_SUCCESS) return Verdict::undecodable;
-                if (!gate.admit(info.xsize, info.ysize, kJXLBytesPerPixel)) return gate.stopped();
+                const uint64_t perPixel =
+                    info.uses_original_profile ? kLosslessJXLBytesPerPixel : kJXLBytesPerPixel;
+                if (!gate.admit(info.xsize, info.ysize, perPixel, kMaxJXLDecodeBytes)) return gate.stopped();
                 break;
             }
             case JXL_DEC_NEED_IMAGE_OUT_BUFFER:
