@@ -531,6 +531,9 @@ Verdict decodeAVIF(const uint8_t* bytes, size_t length, Gate& gate) {
 // --- HEIF and HEIC (libheif): the primary picture is decoded in its own
 // colour space, without the rotations and crops it asks for.
 Verdict decodeHEIF(const uint8_t* bytes, size_t length, Gate& gate) {
+    // The library registers its decoders once; files are checked in parallel.
+    static const bool initialised = heif_init(nullptr).code == heif_error_Ok;
+    if (!initialised) return Verdict::undecodable;
     heif_context* context = heif_context_alloc();
     if (!context) return Verdict::undecodable;
     heif_context_set_maximum_image_size_limit(context, 1 << 16);
