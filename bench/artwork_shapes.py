@@ -38,11 +38,11 @@ def segment(marker, body):
     return b"\xff" + bytes([marker]) + struct.pack(">H", len(body) + 2) + body
 
 
-def progressive_cmyk_jpeg(side):
+def progressive_cmyk_jpeg(side, variant=1):
     """A progressive four-component JPEG declaring side x side pixels whose
     only scan is a few bytes: the decoder pads the rest, but must first set
     aside every coefficient of the picture."""
-    dqt = segment(0xDB, b"\0" + b"\1" * 64)
+    dqt = segment(0xDB, b"\0" + bytes([variant]) * 64)
     sof = segment(0xC2, bytes([8]) + struct.pack(">HH", side, side) + bytes([4]) +
                   b"".join(bytes([c, 0x11, 0]) for c in range(1, 5)))
     dht = segment(0xC4, b"\0" + bytes([1] + [0] * 15) + b"\0")  # one code: DC difference 0
@@ -107,6 +107,8 @@ def jxl_declaring(width, height):
 def shapes(tmp):
     """(name, FLAC bytes) of each shape."""
     yield "progressive CMYK JPEG 5792x5792", flac([(b"image/jpeg", progressive_cmyk_jpeg(5792))])
+    yield "200 different such JPEGs 2048x2048", flac([(b"image/jpeg", progressive_cmyk_jpeg(2048, v))
+                                                         for v in range(1, 201)])
     yield "deflated TIFF 4729x4729, one 64 MiB strip", flac([(b"image/tiff", deflated_tiff_one_strip(4729))])
     webp = os.path.join(tmp, "big.webp")
     if run(f"ffmpeg -nostdin -v error -y -f lavfi -i testsrc=s=5792x5792 -frames:v 1 "

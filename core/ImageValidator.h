@@ -32,10 +32,11 @@ struct Decision {
 // ones; a picture already decided in this file is not decoded again.
 class ImageBudget {
   public:
-    // Real covers and booklet scans stay far below these: about fifteen
-    // pictures of 6000 x 6000 pixels, or a minute of decoding.
-    static constexpr uint64_t kFilePixels = uint64_t{1} << 29;
-    static constexpr std::chrono::seconds kFileTime{60};
+    // Real covers and booklet scans stay below these: about seven pictures
+    // of 6000 x 6000 pixels or sixteen of 4000 x 4000, or half a minute of
+    // decoding. A file of crafted pictures costs a few seconds at most.
+    static constexpr uint64_t kFilePixels = uint64_t{1} << 28;
+    static constexpr std::chrono::seconds kFileTime{30};
 
     explicit ImageBudget(uint64_t pixels = kFilePixels, std::chrono::steady_clock::duration time = kFileTime)
         : pixelsLeft_(pixels), deadline_(std::chrono::steady_clock::now() + time) {}
