@@ -112,6 +112,12 @@ const ProblemCode kTable[] = {
      "Merge them or give each its own description."},
 
     // --- artwork (all formats)
+    {"art.not-checked", W,
+     "Artwork not checked: * pixels exceed the decoding budget\n"
+     "Artwork not checked: the file's artwork decoding budget is spent",
+     "A picture is larger than the decoding budget allows (or the file's pictures together are), so it "
+     "was not decoded; it is not known to be broken. Real covers are far below the budget.",
+     "If the picture is real, make it smaller (3000x3000 is plenty for a cover)."},
     {"art.not-an-image", E, "*Artwork data cannot be represented as an image",
      "The embedded picture does not decode; players show no cover. Truncated downloads or "
      "broken converters cause it.",

@@ -179,7 +179,7 @@ void Tag::validateFields(bool fromMPEG4) {
 
 std::optional<std::string> Tag::validateImage(const uint8_t* bytes, size_t length,
                                               std::string_view mimeType) {
-    return ImageValidator::validateImage(bytes, length, mimeType);
+    return ImageValidator::validateImage(bytes, length, mimeType, imageBudget_);
 }
 
 }  // namespace sondrel

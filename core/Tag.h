@@ -14,6 +14,7 @@
 
 #include "core/Bytes.h"
 #include "core/FileHandle.h"
+#include "core/ImageValidator.h"
 #include "core/LogError.h"
 #include "core/TagItem.h"
 
@@ -86,7 +87,8 @@ class Tag {
 
     // --- validation of the stored items and of artwork
     void validateFields(bool fromMPEG4);
-    // A message for undecodable or mislabelled artwork, or nullopt.
+    // A message for undecodable or mislabelled artwork, or nullopt. The
+    // file's pictures share one decoding budget.
     std::optional<std::string> validateImage(const uint8_t* bytes, size_t length, std::string_view mimeType);
 
   private:
@@ -103,6 +105,7 @@ class Tag {
     uint64_t fileSize_ = 0;
     const Settings& settings_;
     std::optional<Bytes> memoryContents_;
+    ImageBudget imageBudget_;
 };
 
 }  // namespace sondrel

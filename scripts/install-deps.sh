@@ -9,6 +9,7 @@ packages=(
   # libraries
   libicu-dev libfmt-dev libcli11-dev liburiparser-dev
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
+  libavif-dev libheif-dev libjxl-dev
   # the formats' own libraries, for verifying the audio
   libflac-dev
   # tests and benchmarks
@@ -17,6 +18,7 @@ packages=(
   qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
   ffmpeg lame flac vorbis-tools opus-tools wavpack sox eyed3 python3-mutagen id3v2 atomicparsley mp3val mpg123
+  libavif-bin libheif-examples libjxl-tools
 )
 
 missing=()

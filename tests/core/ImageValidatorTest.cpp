@@ -18,6 +18,8 @@
 namespace sondrel {
 namespace {
 
+using fixtures::ByteBuilder;
+using fixtures::concat;
 using ImageValidator::canDecode;
 using ImageValidator::validateImage;
 
@@ -152,17 +154,78 @@ TEST(ImageValidator, TruncatedJPEGIsStillAnImage) {
     EXPECT_EQ(check(cut(progressive, progressive.size() * 3 / 4), "image/jpeg"), std::nullopt);
 }
 
-TEST(ImageValidator, HugeDeclaredSizeIsJudgedByItsHeader) {
-    // A frame header claiming 65000 x 65000 pixels is not decoded (that would
-    // take minutes); the header the decoder accepted is the proof.
-    Bytes jpeg = makeJPEG(8, 8);
+// A JPEG with its frame header changed to declare width x height pixels; the
+// scan data no longer covers the picture and the decoder pads the rest.
+Bytes declaringJPEG(Bytes jpeg, uint16_t width, uint16_t height) {
     for (size_t i = 2; i + 9 < jpeg.size(); ++i) {
-        if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
-            for (const size_t at : {i + 5, i + 7}) jpeg[at] = 0xFD, jpeg[at + 1] = 0xE8;
+        if (jpeg[i] == 0xFF && (jpeg[i + 1] == 0xC0 || jpeg[i + 1] == 0xC2)) {
+            jpeg[i + 5] = uint8_t(height >> 8), jpeg[i + 6] = uint8_t(height);
+            jpeg[i + 7] = uint8_t(width >> 8), jpeg[i + 8] = uint8_t(width);
             break;
         }
     }
-    EXPECT_TRUE(canDecode(jpeg.data(), jpeg.size()));
+    return jpeg;
+}
+
+// A progressive four-component JPEG whose only scan is a few bytes: to
+// decode it the library must first set aside every coefficient.
+Bytes progressiveCMYK(uint16_t side) {
+    auto segment = [](uint8_t marker, const Bytes& body) {
+        return ByteBuilder().u8(0xFF).u8(marker).be16(uint16_t(body.size() + 2)).bytes(body).take();
+    };
+    ByteBuilder sof;
+    sof.u8(8).be16(side).be16(side).u8(4);
+    for (uint8_t c = 1; c <= 4; ++c) sof.u8(c).u8(0x11).u8(0);
+    ByteBuilder sos;
+    sos.u8(4);
+    for (uint8_t c = 1; c <= 4; ++c) sos.u8(c).u8(0);
+    sos.u8(0).u8(0).u8(0);
+    return concat({Bytes{0xFF, 0xD8}, segment(0xDB, concat({Bytes{0}, Bytes(64, 1)})),
+                   segment(0xC2, sof.take()), segment(0xC4, concat({Bytes{0, 1}, Bytes(15, 0), Bytes{0}})),
+                   segment(0xDA, sos.take()), Bytes(64, 0), Bytes{0xFF, 0xD9}});
+}
+
+TEST(ImageValidator, OversizedPicturesAreNotCheckedRealOnesAre) {
+    using ImageValidator::Verdict;
+    struct Row {
+        const char* name;
+        Bytes image;
+        Verdict verdict;
+    };
+    const std::vector<Row> rows = {
+        {"baseline 6000 x 6000", declaringJPEG(makeJPEG(16, 16), 6000, 6000), Verdict::decoded},
+        {"progressive CMYK 2000 x 2000", progressiveCMYK(2000), Verdict::decoded},
+        // Its coefficients alone would take 268 MB.
+        {"progressive CMYK 5792 x 5792", progressiveCMYK(5792), Verdict::notChecked},
+        {"baseline 65000 x 65000", declaringJPEG(makeJPEG(8, 8), 65000, 65000), Verdict::notChecked},
+    };
+    for (const Row& row : rows) {
+        ImageBudget budget;
+        EXPECT_EQ(ImageValidator::decide(row.image.data(), row.image.size(), budget).verdict, row.verdict)
+            << row.name;
+    }
+    // The note names the size, once per file; the decoder's verdict is not given.
+    ImageBudget budget;
+    const Bytes cmyk = progressiveCMYK(5792);
+    EXPECT_EQ(validateImage(cmyk.data(), cmyk.size(), "image/jpeg", budget),
+              "Artwork not checked: 5792x5792 pixels exceed the decoding budget");
+    const Bytes huge = rows[3].image;
+    EXPECT_EQ(validateImage(huge.data(), huge.size(), "image/png", budget), kNotPNG);
+}
+
+TEST(ImageValidator, PicturesOfOneFileShareItsBudget) {
+    const Bytes a = makeJPEG(32, 32), b = makeJPEG(32, 32, true), c = makeJPEG(40, 24);
+    ImageBudget budget(2100);
+    auto verdict = [&budget](const Bytes& image) {
+        return ImageValidator::decide(image.data(), image.size(), budget).verdict;
+    };
+    using ImageValidator::Verdict;
+    EXPECT_EQ(verdict(a), Verdict::decoded);
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(verdict(a), Verdict::decoded);  // decided once
+    EXPECT_EQ(verdict(b), Verdict::decoded);
+    EXPECT_EQ(verdict(c), Verdict::notChecked);
+    EXPECT_EQ(validateImage(c.data(), c.size(), "image/jpeg", budget),
+              "Artwork not checked: the file's artwork decoding budget is spent");
 }
 
 // Artwork embedded in real audio files: every JPEG or PNG start found in the
