@@ -52,11 +52,20 @@ const ProblemCode kTable[] = {
     {"file.unsupported-type", E,
      "File must be aif, aifc, aiff, ape, dff, dsf, flac, mp3, m4a, m4b, m4v, mp4, oga, ogg, opus, wav or wv",
      "The file's extension names no format that can be checked.", "Give the file its proper extension."},
+    {"file.out-of-memory", E, "The check of this file ran out of memory and stopped",
+     "The check needed more memory than the machine could give; the rest of the file was not checked.",
+     "Check the file again with fewer jobs or more memory; a file that always does this is likely crafted."},
     {"file.internal-error", E, "The check of this file stopped on an internal error",
      "The checker stopped on an unexpected condition; the rest of the file was not checked.",
      "Report the file; the other files of the scan are not affected."},
 
-    {"file.check-budget", D, "Too many *: the check stopped after *",
+    {"file.check-budget", D, "Too many *: the check stopped after *\n"
+     "Problem list stopped after * lines: * more problems in this file were not logged\n"
+     "Metadata items of this file exceed * bytes; later items were not checked\n"
+     "'*' (*) has more than * entries; later ones were not checked\n"
+     "Atom walk stopped after * atoms: more than any real file holds; later atoms were not checked\n"
+     "Ogg * packet is larger than * bytes; it was not checked\n"
+     "'*' atom '*' holds * bytes, more than the * read for one value; it was not checked",
      "The file holds far more structures (chunks, frames, items, blocks) than any real writer "
      "produces, so the check stopped there; the rest of the file was not checked. Damaged or "
      "deliberately crafted files cause it.",

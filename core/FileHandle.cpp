@@ -49,6 +49,7 @@ std::unique_ptr<FileHandle> FileHandle::openForReading(const std::string& path, 
     std::unique_ptr<FileHandle> h(new FileHandle());
     h->fd_ = fd;
     h->ownsFd_ = true;
+    h->readAhead_ = true;
     return h;
 }
 
@@ -98,6 +99,13 @@ bool FileHandle::readInto(uint64_t offset, uint8_t* out, uint64_t length) {
         return true;
     }
     if (fd_ < 0) return false;
+    if (readAhead_ && length <= kSmallRead) {
+        if (!cached(offset, length)) fillCache(offset);
+        if (!cached(offset, length)) return false;
+        std::copy_n(cache_.data() + (offset - cacheAt_), length, out);
+        position_ = offset + length;
+        return true;
+    }
     uint64_t done = 0;
     while (done < length) {
         if (offset + done > uint64_t(INT64_MAX)) return false;
@@ -112,6 +120,23 @@ bool FileHandle::readInto(uint64_t offset, uint8_t* out, uint64_t length) {
     }
     position_ = offset + length;
     return true;
+}
+
+bool FileHandle::cached(uint64_t offset, uint64_t length) const {
+    return offset >= cacheAt_ && fits(cache_.size(), offset - cacheAt_, length);
+}
+
+void FileHandle::fillCache(uint64_t offset) {
+    cache_.resize(kReadAhead);
+    cacheAt_ = offset;
+    size_t done = 0;
+    while (done < cache_.size() && offset + done <= uint64_t(INT64_MAX)) {
+        ssize_t n = ::pread(fd_, cache_.data() + done, cache_.size() - done, off_t(offset + done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += size_t(n);
+    }
+    cache_.resize(done);
 }
 
 std::optional<Bytes> FileHandle::readDataAtOffset(uint64_t offset, uint64_t length) {

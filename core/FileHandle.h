@@ -60,11 +60,21 @@ class FileHandle {
 
   private:
     FileHandle() = default;
+    // Files opened for reading serve small reads (headers walked one after
+    // another, often millions of them) from one read-ahead block, so walking
+    // a file costs a system call per block rather than per header.
+    static constexpr uint64_t kSmallRead = 4096;
+    static constexpr size_t kReadAhead = 64 * 1024;
+    bool cached(uint64_t offset, uint64_t length) const;
+    void fillCache(uint64_t offset);
     int fd_ = -1;
     bool ownsFd_ = false;
     bool isMemory_ = false;
     Bytes memory_;
     uint64_t position_ = 0;
+    bool readAhead_ = false;
+    Bytes cache_;
+    uint64_t cacheAt_ = 0;
 };
 
 }  // namespace sondrel

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <new>
 
 #include "core/BuildInfo.h"
 #include "core/Text.h"
@@ -103,6 +104,10 @@ bool LogWriter::fail() {
     return false;
 }
 
+// A file's lines are gathered and written in pieces of about this size, so
+// writing a long list needs no more memory than one piece.
+constexpr size_t kWritePiece = 64 * 1024;
+
 bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::string& modDate,
                            const std::optional<std::vector<LogError>>& errors, bool logAllFiles) {
     // The problems the filter keeps, and the worst severity among them.
@@ -120,23 +125,38 @@ bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::st
         ++tally_.files;
         ++tally_.byWorst[static_cast<size_t>(worst)];
     }
-    std::string buffer;
-    buffer.reserve(1024);
-    if (path) {
-        buffer += '\n';
-        buffer += modDate;
-        buffer += "  ";
-        buffer += text::sanitizeUTF8(*path);
-        buffer += '\n';
-    }
-    errorTotal_ += kept.size();
-    for (const LogError* e : kept) {
-        buffer += formatProblemLine(*e);
-        buffer += '\n';
-    }
-    if (buffer.empty()) return true;
     if (!handle_) return fail();
-    bool ok = handle_->writeDataObj(asBytes(buffer));
+    bool ok = true;
+    std::string buffer;
+    auto flush = [&] {
+        if (ok && !buffer.empty()) ok = handle_->writeDataObj(asBytes(buffer));
+        buffer.clear();
+    };
+    try {
+        buffer.reserve(kWritePiece + 1024);
+        if (path) {
+            buffer += '\n';
+            buffer += modDate;
+            buffer += "  ";
+            buffer += text::sanitizeUTF8(*path);
+            buffer += '\n';
+        }
+        errorTotal_ += kept.size();
+        for (const LogError* e : kept) {
+            buffer += formatProblemLine(*e);
+            buffer += '\n';
+            if (buffer.size() >= kWritePiece) flush();
+            if (!ok) break;
+        }
+        flush();
+    } catch (const std::bad_alloc&) {
+        // What was written stays; one line made without allocating says the
+        // rest of this file's lines are missing, and the scan goes on.
+        static constexpr char kLost[] =
+            "    000000000000  File: Out of memory: the rest of this file's lines are lost\n";
+        buffer = std::string();
+        ok = ok && handle_->writeDataObj(ByteSpan(reinterpret_cast<const uint8_t*>(kLost), sizeof kLost - 1));
+    }
     if (ok && logAllFiles) ok = handle_->synchronize();
     return ok ? true : fail();
 }

@@ -58,6 +58,8 @@ class Tag {
     // Absent (nullopt) until the first problem is reported.
     const std::optional<std::vector<LogError>>& errors() const { return errors_; }
     size_t errorCount() const { return errors_ ? errors_->size() : 0; }
+    // Hands the problem list over (the scan keeps it until the file is logged).
+    std::optional<std::vector<LogError>> takeErrors() { return std::move(errors_); }
     uint64_t fileSize() const { return fileSize_; }
     const Settings& settings() const { return settings_; }
     Checker* lowLevelRep() const { return lowLevelRep_.get(); }
@@ -95,6 +97,9 @@ class Tag {
     void getTheTag();
     void verifyAudio(Format format);
     void recordDateAndPrivacy();
+    // Counts `size` bytes of stored items; false (with one line for the file)
+    // once they would pass the file's budget.
+    bool withinStoreBudget(uint64_t size, uint64_t offset);
 
     uint32_t tagType_ = 0;
     std::string path_;
@@ -106,6 +111,8 @@ class Tag {
     const Settings& settings_;
     std::optional<Bytes> memoryContents_;
     ImageBudget imageBudget_;
+    uint64_t droppedProblems_ = 0, firstDroppedAt_ = 0, storedBytes_ = 0;
+    bool storeBudgetSpent_ = false;
 };
 
 }  // namespace sondrel

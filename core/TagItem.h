@@ -37,6 +37,7 @@ class TagItem {
     std::optional<std::string> value;
     std::optional<std::vector<TagItem>> items;
     uint64_t count = 1;
+    uint64_t droppedChildren = 0;  // list entries past the per-field cap
     std::optional<std::string> lang;
     std::optional<std::string> desc;
     uint64_t offset = 0;

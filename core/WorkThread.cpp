@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -33,6 +34,33 @@ std::vector<std::string> sortedCaseInsensitive(std::vector<std::string> names) {
         return text::compareCaseInsensitive(a, b) < 0;
     });
     return names;
+}
+
+// A finished file's problems as the scan holds them until they are written.
+// A failed allocation while checking costs that file only: it is logged with
+// one line saying so.
+struct Checked {
+    std::string modDate;
+    std::optional<std::vector<LogError>> errors;
+};
+
+Checked checkFile(const std::string& path, const Settings& settings) {
+    try {
+        Tag tag(path, settings);
+        return Checked{tag.modDate(), tag.takeErrors()};
+    } catch (const std::bad_alloc&) {
+        return Checked{modificationDate(path).value_or(""),
+                       std::vector<LogError>{
+                           LogError{kFile, 0, "The check of this file ran out of memory and stopped"}}};
+    }
+}
+
+// Roughly the memory a finished file's problem list holds.
+size_t heldBytes(const Checked& c) {
+    size_t bytes = sizeof c + c.modDate.capacity();
+    if (c.errors)
+        for (const auto& e : *c.errors) bytes += sizeof e + e.reason.capacity();
+    return bytes;
 }
 
 }  // namespace
@@ -159,10 +187,10 @@ void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAll
                 return;
             }
         }
-        Tag tag(path, settings_);
+        Checked checked = checkFile(path, settings_);
         std::optional<std::string> heading;
         if (!logAllFiles) heading = path;
-        if (!log_.writeToLog(heading, tag.modDate(), tag.errors(), logAllFiles)) {
+        if (!log_.writeToLog(heading, checked.modDate, checked.errors, logAllFiles)) {
             writeFailed_ = true;
             return;
         }
@@ -170,19 +198,20 @@ void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAll
 }
 
 // Workers claim files strictly in list order and may run at most `window`
-// files ahead of the log. Whichever worker finds the next file in order done
+// files ahead of the log, and the finished files waiting for it may hold at
+// most `maxHeld` bytes (the next file in order is always claimed, so the
+// log never stalls). Whichever worker finds the next file in order done
 // writes it, and every consecutive finished file after it, while the others
 // go on analysing; so the log order is the list order whatever the timing.
 // Files already claimed when the scan is cancelled are finished and logged,
 // so the log is complete up to there.
 void WorkThread::goParallel(const std::vector<std::string>& paths) {
-    struct Result {
-        std::string modDate;
-        std::optional<std::vector<LogError>> errors;
-    };
     const size_t total = paths.size();
     const size_t window = size_t(jobs_) * 64;
-    std::vector<std::optional<Result>> slots(total);
+    const size_t maxHeld = 64u << 20;
+    std::vector<std::optional<Checked>> slots(total);
+    std::vector<size_t> slotBytes(total);
+    size_t held = 0;  // bytes of finished files not yet written
     std::mutex m;
     std::condition_variable cv;
     size_t next = 0;       // next file to claim
@@ -197,7 +226,8 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
                 std::unique_lock lock(m);
                 // Cancellation comes from a flag (a signal handler may set it), so waits poll.
                 while (!cv.wait_for(lock, std::chrono::milliseconds(50), [&] {
-                    return stop || isCancelled() || next >= total || next < written + window;
+                    return stop || isCancelled() || next >= total ||
+                           (next < written + window && (held < maxHeld || next == written));
                 })) {
                 }
                 if (stop || isCancelled() || next >= total) return;
@@ -205,14 +235,18 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
             }
             uint64_t n = ++progress_;
             status(fmt::format("Analyzing file {} of {}", n, total), false);
-            Tag tag(paths[index], settings_);
+            Checked checked = checkFile(paths[index], settings_);
+            const size_t bytes = heldBytes(checked);
             std::unique_lock lock(m);
-            slots[index] = Result{tag.modDate(), tag.errors()};
+            slots[index] = std::move(checked);
+            slotBytes[index] = bytes;
+            held += bytes;
             if (writing) continue;  // the writing worker will reach this file
             writing = true;
             while (!stop && written < total && slots[written]) {
-                Result r = std::move(*slots[written]);
+                Checked r = std::move(*slots[written]);
                 slots[written].reset();
+                held -= slotBytes[written];
                 const size_t at = written;
                 lock.unlock();
                 bool ok = log_.writeToLog(paths[at], r.modDate, r.errors, false);

@@ -1,7 +1,9 @@
 #include "formats/flac_ogg/FlacTag.h"
 
 #include <cstring>
+#include <utility>
 
+#include "core/ByteReader.h"
 #include "core/Text.h"
 #include "formats/id3/ID3Base.h"
 
@@ -48,10 +50,6 @@ bool isValidNameByte(uint8_t c) {
     return c >= 0x20 && c <= 0x7d && c != '=';
 }
 
-bool isExaminedType(uint32_t type) {
-    return type == kVorbisComment || type == kPicture || type == kApplication;
-}
-
 }  // namespace
 
 FlacTag::FlacTag(const std::string& path, Tag& tag, NoCheck) : theFile(path), theTag(&tag) {}
@@ -61,48 +59,51 @@ FlacTag::FlacTag(const std::string& path, Tag& tag) : FlacTag(path, tag, NoCheck
         closeFile();
         return;
     }
+    // The first walk proves the chain sound and keeps only its first block;
+    // the second walks the same headers again to examine the blocks. Keeping
+    // no list of blocks lets a file of millions of tiny blocks cost no memory.
+    std::optional<MetadataBlock> first;
+    walkBlocks([&](const MetadataBlock& block) {
+        if (!first) first = block;
+        audioStart = block.end();
+        return true;
+    });
+    // Any problem so far, of any kind (the notice about a leading ID3 tag
+    // included), leaves the file with the block walk only.
+    if (theTag->errorCount() == 0) {
+        if (!first || first->blockType() != kStreamInfo) {
+            theTag->logError(kFatal, 0, kMissingStreamInfo);
+        } else if (decodeStreamInfo(*first)) {
+            bool isFirst = true;
+            walkBlocks([&](const MetadataBlock& block) {
+                if (std::exchange(isFirst, false)) return true;
+                switch (block.blockType()) {
+                    case kVorbisComment:
+                        return getTags(block);
+                    case kPicture:
+                        return getArt(block);
+                    case kApplication:
+                        handleApplicationData(block);
+                        return true;
+                    default:
+                        return true;  // padding, seek table, cue sheet, reserved types
+                }
+            });
+        }
+    }
+    closeFile();
+}
+
+void FlacTag::walkBlocks(const std::function<bool(const MetadataBlock&)>& visit) {
     uint64_t next = offset;
     for (;;) {
         MetadataBlock block;
         block.setFileHandle(fileHandle.get());
         block.setFileSize(fileSize);
         block.setTheTag(theTag);
-        if (!block.getBlock(next)) break;
-        // Only the blocks examined later are kept (and the first, which must
-        // be STREAMINFO), so a file made of a great many small padding blocks
-        // costs no memory.
-        if (metadataBlocks.empty() || isExaminedType(block.blockType())) metadataBlocks.push_back(block);
-        audioStart = block.end();
-        if (block.isLastBlock()) break;
+        if (!block.getBlock(next) || !visit(block) || block.isLastBlock()) return;
         next = block.end();
     }
-    // Any problem so far, of any kind (the notice about a leading ID3 tag
-    // included), leaves the file with the block walk only.
-    if (theTag->errorCount() == 0) {
-        if (metadataBlocks.empty() || metadataBlocks.front().blockType() != kStreamInfo) {
-            theTag->logError(kFatal, 0, kMissingStreamInfo);
-        } else if (decodeStreamInfo(metadataBlocks.front())) {
-            for (size_t i = 1; i < metadataBlocks.size(); ++i) {
-                const MetadataBlock& block = metadataBlocks[i];
-                bool goOn = true;
-                switch (block.blockType()) {
-                    case kVorbisComment:
-                        goOn = getTags(block);
-                        break;
-                    case kPicture:
-                        goOn = getArt(block);
-                        break;
-                    case kApplication:
-                        handleApplicationData(block);
-                        break;
-                    default:
-                        break;  // padding, seek table, cue sheet, reserved types
-                }
-                if (!goOn) break;
-            }
-        }
-    }
-    closeFile();
 }
 
 bool FlacTag::setupFileForReading() {
@@ -219,41 +220,41 @@ bool FlacTag::getTags(const MetadataBlock& block) {
 
 // The Vorbis comment layout: a 32-bit little-endian vendor length and the
 // vendor text, a 32-bit count, then per comment a 32-bit length and the text
-// "NAME=value". Every test is written as a subtraction from the length so
-// that no sum of declared lengths can wrap.
+// "NAME=value". Fields are taken with a bounded reader: a length that runs
+// past the structure is an overflow, never a read beyond it.
 bool FlacTag::getTags(const uint8_t* bytes, uint64_t length) {
     if (length <= 3) {
         theTag->logError(kFraming, errorDataOffset, kMissingVendor);
         return true;
     }
-    uint64_t vendorLength = getLE32Bits(bytes);
-    if (vendorLength > length - 4) {
+    ByteReader r(bytes, size_t(length));
+    uint64_t vendorLength = *r.le32();
+    if (vendorLength > r.remaining()) {
         theTag->logError(kFraming, errorDataOffset + 4, kVendorOverflows);
-        vendorLength = length - 4;
+        vendorLength = r.remaining();
         if (length == 4) return true;
     }
     // The vendor text must decode; the ISO Latin-1 fallback always does, and
     // the text itself is not kept.
-    (void)allocUTF8StrAt(bytes, 4, vendorLength);
-    if (vendorLength + 4 > length - 4) {
+    (void)text::decodeUTF8OrLatin1(*r.bytes(vendorLength));
+    auto count = r.le32();
+    if (!count) {
         theTag->logError(kFraming, errorDataOffset + vendorLength + 4, kMissingCount);
         return true;
     }
-    uint64_t count = getLE32Bits(bytes + vendorLength + 4);
-    if (count == 0) return true;
-    uint64_t pos = vendorLength + 8;
+    if (*count == 0) return true;
     uint64_t done = 0;
-    while (length >= 4 && pos <= length - 4) {
-        uint64_t textLength = getLE32Bits(bytes + pos);
-        pos += 4;
-        if (textLength > length - pos) break;
-        postField(allocUTF8StrAt(bytes, pos, textLength), pos);
-        if (++done == count) return true;
-        pos += textLength;
+    for (;;) {
+        auto textLength = r.le32();
+        if (!textLength) break;
+        auto comment = r.bytes(*textLength);
+        if (!comment) break;
+        postField(text::decodeUTF8OrLatin1(*comment), r.pos() - comment->size());
+        if (++done == *count) return true;
     }
     // Either a length field is missing (more comments were counted than the
-    // block holds) or a text runs past the block.
-    theTag->logError(kFraming, errorDataOffset + pos, kCommentOverflows);
+    // block holds) or a text runs past the block; the reader stands at it.
+    theTag->logError(kFraming, errorDataOffset + r.pos(), kCommentOverflows);
     return true;
 }
 
@@ -279,23 +280,22 @@ void FlacTag::postField(const std::string& comment, uint64_t position) {
 // PICTURE: picture type, MIME length and text, description length and text,
 // width, height, depth, colour count, data length and data; all numbers are
 // 32-bit big-endian. Every message is logged at the start of the block data.
+// The fields are taken with a bounded reader, so a declared length can never
+// lead a read past the block: a field that does not fit is an overflow.
 bool FlacTag::getArt(const MetadataBlock& block) {
     auto data = readBlockData(block);
     if (!data) return false;
     errorDataOffset = block.dataOffset();
-    const uint8_t* b = data->data();
-    const uint64_t length = data->size();
-    if (length <= 7) {
+    auto overflows = [&] {
         theTag->logError(kFraming, errorDataOffset, kArtOverflows);
         return true;
-    }
-    if (getData(b, 4) >= kPictureTypeCount) theTag->logError(kFraming, errorDataOffset, kArtPictureType);
-    uint64_t mimeLength = getData(b + 4, 4);
-    if (mimeLength > length - 8) {
-        theTag->logError(kFraming, errorDataOffset, kArtOverflows);
-        return true;
-    }
-    auto mime = text::decodeASCII(ByteSpan(b + 8, mimeLength));
+    };
+    ByteReader r(*data);
+    if (r.size() <= 7) return overflows();
+    if (*r.be32() >= kPictureTypeCount) theTag->logError(kFraming, errorDataOffset, kArtPictureType);
+    auto mimeBytes = r.bytes(*r.be32());
+    if (!mimeBytes) return overflows();
+    auto mime = text::decodeASCII(*mimeBytes);
     if (!mime) {
         theTag->logError(kFraming, errorDataOffset, kArtMimeNotASCII);
         return false;
@@ -304,26 +304,18 @@ bool FlacTag::getArt(const MetadataBlock& block) {
         theTag->logError(kFraming, errorDataOffset, kArtIndirect);
         return true;
     }
-    if (mimeLength > length - 12) {
-        theTag->logError(kFraming, errorDataOffset, kArtOverflows);
-        return true;
-    }
-    uint64_t descriptionLength = getData(b + mimeLength + 8, 4);
-    if (descriptionLength > length - mimeLength - 12) {
-        theTag->logError(kFraming, errorDataOffset, kArtOverflows);
-        return true;
-    }
-    uint64_t end = mimeLength + 12 + descriptionLength;
+    auto descriptionLength = r.be32();
+    if (!descriptionLength) return overflows();
+    auto description = r.bytes(*descriptionLength);
+    if (!description) return overflows();
     // Decodes as UTF-8 or else ISO Latin-1, so it cannot fail.
-    (void)allocUTF8StrAt(b, mimeLength + 12, descriptionLength);
+    (void)text::decodeUTF8OrLatin1(*description);
     // No room for the four picture numbers and the data length: silently accepted.
-    if (length < 20 || end > length - 20) return true;
-    uint64_t imageLength = getData(b + end + 16, 4);
-    if (imageLength > length - end - 20) {
-        theTag->logError(kFraming, errorDataOffset, kArtOverflows);
-        return true;
-    }
-    if (auto problem = theTag->validateImage(b + end + 20, imageLength, *mime))
+    if (!r.has(20)) return true;
+    r.skip(16);
+    auto image = r.bytes(*r.be32());
+    if (!image) return overflows();
+    if (auto problem = theTag->validateImage(image->data(), image->size(), *mime))
         theTag->logError(kFraming, errorDataOffset, std::move(*problem));
     return true;
 }

@@ -5,6 +5,7 @@
 // are validated only, never stored. The Ogg checker derives from this class
 // to reuse the Vorbis comment reader.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -51,6 +52,9 @@ class FlacTag : public Checker {
     uint64_t errorDataOffset = 0;
 
   private:
+    // Walks the block chain from `offset`, handing each block read to `visit`
+    // until it returns false, a header fails or the last block is reached.
+    void walkBlocks(const std::function<bool(const MetadataBlock&)>& visit);
     bool verifyMarker();
     bool checkForID3();
     bool spanForFlacMarker();
@@ -61,7 +65,6 @@ class FlacTag : public Checker {
     bool getArt(const MetadataBlock& block);
     void handleApplicationData(const MetadataBlock& block);
 
-    std::vector<MetadataBlock> metadataBlocks;
     uint64_t offset = 0;      // where the first metadata block header starts
     uint64_t audioStart = 0;  // the end of the last metadata block read
     uint64_t realBase = 0, realSize = 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "formats/flac_ogg/OggCRC.h"
@@ -44,6 +45,18 @@ constexpr size_t kOpusSignatureLength = 8;
 constexpr size_t kVorbisIdentificationSize = 30;
 constexpr size_t kOpusIdentificationSize = 19;
 constexpr size_t kMinimumCommentPacket = 11;
+
+// Header packets are gathered in memory before they are checked. Encoders
+// write identification packets of a few hundred bytes at most, and comment
+// packets stay within a few megabytes even with embedded artwork; a packet
+// beyond these sizes is not gathered further, so that no file can make the
+// check hold an unbounded packet.
+constexpr uint64_t kMaxIdentificationPacket = 64 * 1024;
+constexpr uint64_t kMaxCommentPacket = 16 * 1024 * 1024;
+std::string packetTooLarge(const char* which, uint64_t limit) {
+    return "Ogg " + std::string(which) + " packet is larger than " + std::to_string(limit) +
+           " bytes; it was not checked";
+}
 
 }  // namespace
 
@@ -141,7 +154,7 @@ bool OggTag::collectHeaderPackets(const OGGPage& page, uint64_t pageIndex, ByteS
         if (!p1) p1.emplace(pageIndex, 0, page.offset());
         page.availableDataForPacketStartingAtIndex(0, complete, next);
         p1->addPage(page, pageIndex, body, complete, next);
-        if (!complete) return true;
+        if (!complete) return withinBudget(*p1, kMaxIdentificationPacket, "identification");
         if (!processv1()) return false;
         status = kCollectingComment;
         if (next == OGGPage::kNoIndex) return true;
@@ -158,10 +171,21 @@ bool OggTag::collectHeaderPackets(const OGGPage& page, uint64_t pageIndex, ByteS
         if (!p3) p3.emplace(pageIndex, 0, page.offset());
         page.availableDataForPacketStartingAtIndex(0, complete, next);
         p3->addPage(page, pageIndex, body, complete, next);
-        if (!complete) return true;
+        if (!complete) return withinBudget(*p3, kMaxCommentPacket, "comment");
         status = kHeadersDone;
         return processv3();
     }
+    return true;
+}
+
+// One line for a packet past its budget; the pages are still walked and
+// checked, but the packet is dropped and draws no "missing packet" line.
+bool OggTag::withinBudget(OGGPacket& packet, uint64_t limit, const char* which) {
+    if (packet.mutableData().size() <= limit) return true;
+    theTag->logError(kContainer, packet.offset(), packetTooLarge(which, limit));
+    packet.mutableData() = Bytes();
+    status = kHeadersDone;
+    overBudget = true;
     return true;
 }
 
@@ -241,6 +265,7 @@ bool OggTag::processv3() {
 }
 
 void OggTag::endChecks() {
+    if (overBudget) return;
     if (!p1_good) {
         theTag->logError(kFatal, 0, kNoIdentification);
     } else if (!p3_good) {

@@ -27,6 +27,9 @@ class OggTag : public FlacTag {
     // Feeds one page into the identification and comment packets while they
     // are being collected; false ends the walk.
     bool collectHeaderPackets(const OGGPage& page, uint64_t pageIndex, ByteSpan body);
+    // Always true (the page walk goes on): past `limit` bytes the packet is
+    // dropped with one line.
+    bool withinBudget(OGGPacket& packet, uint64_t limit, const char* which);
     bool processv1();
     bool processv3();
     void endChecks();
@@ -52,6 +55,7 @@ class OggTag : public FlacTag {
     uint64_t preSkip = 0;
     Bytes commentData;
     uint64_t commentSize = 0;
+    bool overBudget = false;
 };
 
 }  // namespace sondrel

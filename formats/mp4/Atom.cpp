@@ -2,6 +2,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <string>
 
 #include "core/LogError.h"
 #include "core/Tag.h"
@@ -24,6 +25,15 @@ constexpr char kMissingFtyp[] = "Missing ftyp atom";
 constexpr char kLooksLikeMP3[] =
     "The file starts with an ID3 marker. More than likely the file is an mp3 file.  Try changing the "
     "filename extension to .mp3";
+
+// Atoms kept per file. Real files hold a few hundred, item lists included;
+// the walk stops keeping atoms beyond this many, so that a file made of
+// millions of tiny atoms cannot make the check hold them all.
+constexpr uint64_t kMaxAtoms = 100000;
+
+bool isPadding(uint32_t type) {
+    return type == fourcc("free") || type == fourcc("skip") || type == fourcc("wide");
+}
 
 // Bytes before the first child that belong to the atom's own fields: the
 // version and flags of "meta"; version, flags and entry count of "stsd"; the
@@ -167,11 +177,38 @@ bool Atom::getChildren() {
                 size = 25;
             }
         }
-        children_->push_back(std::make_unique<Atom>(*tag_, this, type, pos, size, is64, *fileHandle_));
-        if (truncated) children_->back()->logContainerError(kTruncated);
+        // Top-level padding is never looked up: only a first atom is kept, so
+        // millions of padding atoms cost no memory.
+        if (isRoot && !children_->empty() && isPadding(type)) {
+            if (truncated)
+                tag_->logError(kContainer, pos,
+                               fillPlaceholders(kTruncated, {tag_->allocStringFromTag(type)}));
+        } else {
+            if (!withinAtomBudget(pos)) return true;
+            children_->push_back(std::make_unique<Atom>(*tag_, this, type, pos, size, is64, *fileHandle_));
+            if (truncated) children_->back()->logContainerError(kTruncated);
+        }
         pos += size;
         if (pos == end) return true;
     }
+}
+
+// The count lives on the root. Past the budget one line says so; the
+// containers then end their walks early, as if they held no more atoms.
+bool Atom::withinAtomBudget(uint64_t at) {
+    Atom* root = this;
+    while (root->parent_) root = root->parent_;
+    if (root->atomsKept_ < kMaxAtoms) {
+        ++root->atomsKept_;
+        return true;
+    }
+    if (!root->atomBudgetSpent_) {
+        root->atomBudgetSpent_ = true;
+        tag_->logError(kContainer, at,
+                       "Atom walk stopped after " + std::to_string(kMaxAtoms) +
+                           " atoms: more than any real file holds; later atoms were not checked");
+    }
+    return false;
 }
 
 Atom* Atom::findChild(uint32_t type) {

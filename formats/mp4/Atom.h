@@ -76,6 +76,8 @@ class Atom {
     // The size must be known before the header form is chosen.
     void setSize(uint64_t size) { size_ = size; }
     void setIs64(bool is64);
+    // False (with one line for the file) once the file's atom budget is spent.
+    bool withinAtomBudget(uint64_t at);
     void logOverflow(uint32_t childType, uint64_t childSize, uint64_t nextOffset, uint64_t end);
 
     Tag* tag_;
@@ -98,6 +100,9 @@ class Atom {
     uint32_t hdlrType_ = 0;
     bool fatalPosted_ = false;
     bool getChildrenSoftError_ = false;
+    // On the root: atoms kept so far in the whole tree.
+    uint64_t atomsKept_ = 0;
+    bool atomBudgetSpent_ = false;
 };
 
 // Fills each "%@" of `format` in turn with the next argument; the arguments

@@ -154,6 +154,22 @@ constexpr bool isSingleField(uint64_t field) {
     return field <= uint64_t(kLastSingleField);
 }
 
+// Item values are read whole. Real writers keep text items to kilobytes and
+// pictures to a few megabytes; a larger value is refused with one line rather
+// than held in memory (a text would be held twice, raw and decoded).
+constexpr uint64_t kMaxValueBytes = 16 * 1024 * 1024;
+
+bool valueWithinBudget(Atom& atom, uint64_t length) {
+    if (length <= kMaxValueBytes) return true;
+    const std::string owner =
+        atom.tag().allocStringFromTag(atom.parent() ? atom.parent()->type() : atom.type());
+    atom.tag().logError(kContainer, atom.offset(),
+                        "'" + owner + "' atom '" + atom.tag().allocStringFromTag(atom.type()) + "' holds " +
+                            std::to_string(length) + " bytes, more than the " +
+                            std::to_string(kMaxValueBytes) + " read for one value; it was not checked");
+    return false;
+}
+
 ByteSpan tail(const Bytes& b, size_t from) {
     return from < b.size() ? ByteSpan(b).subspan(from) : ByteSpan();
 }
@@ -239,6 +255,7 @@ std::optional<Bytes> M4AItems::getDataContents(Atom& data, uint64_t minimum) {
         tag.logError(kContainer, data.offset(), kInsufficientData);
         return std::nullopt;
     }
+    if (!valueWithinBudget(data, data.size() - data.headerSize())) return std::nullopt;
     auto contents = data.extractData(data.size() - data.headerSize(), data.headerSize());
     if (!contents) data.logReadError(data.offset());
     return contents;
@@ -324,6 +341,7 @@ void M4AItems::getArtwork(Atom& item) {
         }
         // Header, qualifier and locale; the qualifier names the picture type.
         const uint64_t header = data.headerSize();
+        if (!valueWithinBudget(data, data.size())) continue;
         auto head = data.extractData(header + 8, 0);
         // A 64-bit header leaves a 16- to 23-byte child without room for the
         // qualifier and locale: its picture length would be negative.
@@ -352,6 +370,7 @@ void M4AItems::getRDNS(Atom& item) {
     bool duplicate = false, foreignMean = false, badValue = false;
     std::optional<std::string> mean, name, value;
     for (const auto& child : children) {
+        if (!valueWithinBudget(*child, child->size())) return;
         auto whole = child->extractData(child->size(), 0);
         if (!whole) {
             child->logReadError(child->offset());
@@ -426,6 +445,7 @@ void M4AItems::getRDNS(Atom& item) {
 }
 
 void M4AItems::getIdentification(Atom& name) {
+    if (!valueWithinBudget(name, name.contentSize())) return;
     auto contents = name.extractData(name.contentSize(), name.headerSize());
     if (!contents || contents->empty()) return;
     const auto zero = std::find(contents->begin(), contents->end(), uint8_t(0));

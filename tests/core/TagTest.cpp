@@ -62,5 +62,20 @@ TEST(LogLayout, ProblemLinesPadOffsetsToTwelveDigitsAndNameCategories) {
         << "invalid UTF-8 is replaced, never written raw";
 }
 
+// A list field keeps its first 10000 entries; the rest draw one line.
+TEST(TagRecord, ListEntriesStopAtTheCapWithOneLine) {
+    Settings s;
+    Tag tag("x.mp3", s, Tag::NoAnalysis{});
+    const uint32_t txxx = 0x54585858;
+    for (uint64_t i = 0; i < 10005; ++i)
+        tag.setimulvalue(field::UserDefinedText, txxx, "v", "d", std::nullopt, 100 + i);
+    ASSERT_EQ(tag.errorCount(), 1u);
+    EXPECT_EQ(formatProblemLine((*tag.errors())[0]),
+              "    000000010100  Container: 'TXXX' (User Defined Text Info) has more than 10000 entries; "
+              "later ones were not "
+              "checked");
+    EXPECT_EQ(tag.item(field::UserDefinedText)->items->size(), 10000u);
+}
+
 }  // namespace
 }  // namespace sondrel

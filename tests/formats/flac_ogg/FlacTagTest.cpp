@@ -153,5 +153,25 @@ TEST(FlacTag, CommentNameAndValueRules) {
         expected);
 }
 
+// Every short PICTURE block: lengths 0 to 20 with MIME lengths 0 to 12, the
+// bytes after the MIME text all zero (an empty description, then too little
+// room for the picture numbers: silent) or all 0xFF (a description that runs
+// past the block). Short blocks used to be read past their end.
+TEST(FlacTag, ShortPictureBlocks) {
+    for (uint8_t filler : {uint8_t(0x00), uint8_t(0xFF)}) {
+        for (uint32_t mime = 0; mime <= 12; ++mime) {
+            for (size_t length = 0; length <= 20; ++length) {
+                SCOPED_TRACE(testing::Message()
+                             << "filler " << int(filler) << " mime " << mime << " length " << length);
+                Bytes full = ByteBuilder().be32(0).be32(mime).fill(mime, 'a').fill(32, filler).take();
+                Bytes data(full.begin(), full.begin() + ptrdiff_t(length));
+                const bool fits = length >= 8 && mime + 12 <= length && filler == 0;
+                EXPECT_EQ(problemsFor("x.flac", flacFile({flacBlock(kFlacPicture, data)})),
+                          fits ? "" : line(46, "Framing", "Artwork block overflows"));
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace sondrel

@@ -1,0 +1,178 @@
+// Every hostile shape, made at a size the test run affords, is checked by the
+// command line in a child process. Its peak memory is that child's own
+// (wait4), compared with the same program checking a small clean file: the
+// allowance above that baseline is fixed, whatever the file holds. A child
+// measures the program as a user runs it (checker, record and log writer
+// together), and works under the sanitizers, whose allocator a counting
+// allocator inside this process could not see past. The log must begin with
+// the expected lines.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/fixtures/FlacBuilder.h"
+#include "tests/fixtures/HostileShapes.h"
+
+extern char** environ;
+
+namespace sondrel {
+namespace {
+
+using namespace fixtures;
+
+// Shapes whose checkers are bounded on another branch; they are skipped here
+// until it is merged. Empty this list at that merge.
+const std::set<std::string> kBoundedElsewhere = {};
+
+constexpr uint64_t kShapeBytes = 8'000'000;
+// Allowed growth over the baseline, in kilobytes. Under the sanitizers every
+// allocation carries red zones, so this is looser than the 64 MB a release
+// build keeps to.
+constexpr long kAllowanceKB = 96 * 1024;
+
+struct CliRun {
+    long peakKB = 0;
+    std::vector<std::string> lines;  // the log's problem lines
+};
+
+CliRun runCli(const std::string& dir, const std::string& file) {
+    const std::string log = dir + "/log.txt";
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e) {
+        const std::string v = *e;
+        if (v.rfind("HOME=", 0) && v.rfind("XDG_CONFIG_HOME=", 0) && v.rfind("ASAN_OPTIONS=", 0))
+            env.push_back(v);
+    }
+    const char* asan = std::getenv("ASAN_OPTIONS");
+    // Freed memory held back for use-after-free checks would count as growth.
+    env.push_back(std::string("ASAN_OPTIONS=") + (asan ? std::string(asan) + ":" : "") +
+                  "quarantine_size_mb=0");
+    env.push_back("HOME=" + dir);
+    env.push_back("XDG_CONFIG_HOME=" + dir);
+    std::vector<char*> envp;
+    for (auto& v : env) envp.push_back(v.data());
+    envp.push_back(nullptr);
+    std::vector<std::string> args = {SONDREL_CLI_PATH, "--quiet", "--jobs", "1", "--log", log, file};
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+
+    CliRun run;
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::execve(argv[0], argv.data(), envp.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    if (pid < 0 || ::wait4(pid, &status, 0, &usage) != pid) return run;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1) << file << " status " << status;
+    run.peakKB = usage.ru_maxrss;
+    std::ifstream in(log);
+    std::string line;
+    for (int i = 0; std::getline(in, line); ++i)
+        if (i >= 3) run.lines.push_back(line);
+    return run;
+}
+
+std::string makeTempDir() {
+    std::string pattern = testing::TempDir() + "hostileXXXXXX";
+    return ::mkdtemp(pattern.data()) ? pattern : std::string();
+}
+
+// What the log of each shape made at kShapeBytes holds: its first problem
+// lines and its last one (where a budget stopped the check, the line saying so).
+struct Expected {
+    const char* shape;
+    std::vector<std::string> first;
+    std::string last;
+};
+const std::vector<Expected> kExpected = {
+    {"flac-application",
+     {"    000000000042  Container: Invalid length for APPLICATION block",
+      "    000000000046  Container: Invalid length for APPLICATION block"},
+     "    000000400042  File: Problem list stopped after 100000 lines: 1900000 more problems in this file "
+     "were "
+     "not logged"},
+    {"flac-comments",
+     {"    000000000058  Tag: Missing = in FLAC Comment", "    000000000063  Tag: Missing = in FLAC Comment"},
+     "    000000500058  File: Problem list stopped after 100000 lines: 1500000 more problems in this file "
+     "were "
+     "not logged"},
+    {"ogg-comment-pages",
+     {"    000000000012  Tag: Missing = in FLAC Comment", "    000000000017  Tag: Missing = in FLAC Comment"},
+     "    000000500012  File: Problem list stopped after 100000 lines: 1486609 more problems in this file "
+     "were "
+     "not logged"},
+    {"ogg-endless-id",
+     {"    000000000000  Container: Ogg identification packet is larger than 65536 bytes; it was not "
+      "checked"},
+     "    000000000000  Container: Ogg identification packet is larger than 65536 bytes; it was not checked"},
+    {"mp4-ilst-items",
+     {"    000000800016  Container: Atom walk stopped after 100000 atoms: more than any real file holds; "
+      "later "
+      "atoms were not checked",
+      "    000000000000  Fatal: The file does not have an audio or video track"},
+     "    000000000000  Fatal: The file does not have an audio or video track"},
+    {"mp4-free-atoms", {}, ""},
+    // Below the value budget at this size: read and checked in full.
+    {"mp4-big-text",
+     {"    000000000000  Fatal: The file does not have an audio or video track"},
+     "    000000000000  Fatal: The file does not have an audio or video track"},
+};
+
+TEST(HostileShapes, BoundedMemoryAndFirstLines) {
+    const std::string dir = makeTempDir();
+    ASSERT_FALSE(dir.empty());
+    const std::string clean = dir + "/clean.flac";
+    {
+        const Bytes file = flacFile({});
+        std::ofstream(clean, std::ios::binary)
+            .write(reinterpret_cast<const char*>(file.data()), long(file.size()));
+    }
+    const long baseline = runCli(dir, clean).peakKB;
+    ASSERT_GT(baseline, 0);
+
+    for (const auto& shape : hostileShapes()) {
+        SCOPED_TRACE(shape.name);
+        if (kBoundedElsewhere.count(shape.name)) continue;
+        const std::string file = dir + "/" + shape.name + "." + shape.extension;
+        const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_TRUE(shape.write(fd, kShapeBytes));
+        ::close(fd);
+        const CliRun run = runCli(dir, file);
+        ::unlink(file.c_str());
+        EXPECT_LT(run.peakKB - baseline, kAllowanceKB)
+            << "peak " << run.peakKB << " KB, baseline " << baseline;
+        const Expected* expected = nullptr;
+        for (const auto& e : kExpected)
+            if (e.shape == std::string(shape.name)) expected = &e;
+        if (!expected) {
+            std::ostringstream all;
+            for (size_t i = 0; i < run.lines.size() && i < 2; ++i) all << run.lines[i] << "\n";
+            ADD_FAILURE() << "no expected lines; the log begins:\n"
+                          << all.str() << "and ends:\n"
+                          << (run.lines.empty() ? "" : run.lines.back());
+            continue;
+        }
+        const size_t n = std::min(expected->first.size(), run.lines.size());
+        EXPECT_EQ(std::vector<std::string>(run.lines.begin(), run.lines.begin() + long(n)), expected->first);
+        EXPECT_EQ(run.lines.empty() ? "" : run.lines.back(), expected->last);
+    }
+    std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace sondrel
