@@ -7,7 +7,9 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,6 +17,7 @@
 #include "cli/CliStatus.h"
 #include "core/BuildInfo.h"
 #include "core/FormatTable.h"
+#include "core/LogTarget.h"
 #include "core/LogWriter.h"
 #include "core/PathPredicates.h"
 #include "core/Settings.h"
@@ -25,7 +28,10 @@ using namespace sondrel;
 
 namespace {
 
-enum Exit { kClean = 0, kProblems = 1, kCannotRun = 2, kCancelled = 130 };
+// A reader that goes away (`sondrel --log - DIR | head`) ends the run quietly
+// with the status a process killed by SIGPIPE has, so that pipelines see the
+// usual value.
+enum Exit { kClean = 0, kProblems = 1, kCannotRun = 2, kCancelled = 130, kReaderGone = 141 };
 
 std::atomic<bool> gEarlyCancel{false};
 
@@ -69,6 +75,11 @@ std::string plural(uint64_t n) {
     return n == 1 ? "" : "s";
 }
 
+// "sondrel: PATH: REASON" with the path escaped like a log heading.
+void complain(const std::string& path, const std::string& reason) {
+    std::fprintf(stderr, "sondrel: %s: %s\n", text::escapePath(path).c_str(), reason.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -78,20 +89,22 @@ int main(int argc, char** argv) {
         "sondrel"};
     app.footer("Each PATH is a folder (walked deeply) or an audio file. Audio files by extension:\n" +
                extensionList() +
-               "\nExit status: 0 no problem logged, 1 problems logged, 2 could not start or a log write "
-               "failed, 130 cancelled.");
+               "\nExit status: 0 no problem logged, 1 problems logged, 2 could not start, a log write "
+               "failed or an input could not be read, 130 cancelled, 141 the log's reader went away.");
 
     std::string logPath;
     std::vector<std::string> options;
     std::vector<std::string> paths;
     bool allFiles = false, privacy = false, dups = false, suppressTime = false, id3v1 = false;
-    bool mulAtoms = false, mulData = false, quiet = false;
+    bool mulAtoms = false, mulData = false, quiet = false, force = false;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 
     app.set_version_flag(
         "--version", fmt::format("sondrel ({}) {} (Build {})", build::kName, build::kVersion, build::kBuild));
     app.add_option("--log", logPath,
                    "Log file for this run (overrides LogPath); '-' writes to standard output");
+    app.add_flag("--force", force,
+                 "Replace an existing log file even when it does not look like a log of this program");
     app.add_option("--option", options, "Override an option for this run only, as KEY=VALUE")
         ->type_name("KEY=VALUE")
         ->allow_extra_args(false)
@@ -155,13 +168,21 @@ int main(int argc, char** argv) {
     // and is clean; a folder is walked, a file is kept when its extension
     // names an audio format.
     Selection selection;
+    uint64_t unreadable = 0;
     for (const auto& p : paths) {
-        std::string full = fullPath(p);
+        auto resolved = fullPathIfResolvable(p);
         struct stat st {};
+        if (!resolved || ::stat(resolved->c_str(), &st) != 0) {
+            const int err = errno;
+            complain(p, resolved
+                            ? std::strerror(err)
+                            : std::string("the working folder cannot be found out: ") + std::strerror(err));
+            ++unreadable;
+            continue;
+        }
+        const std::string& full = *resolved;
         const char* why = nullptr;
-        if (::stat(full.c_str(), &st) != 0)
-            why = "no such file or folder";
-        else if (!isPathClean(full))
+        if (!isPathClean(full))
             why = "hidden, a package or an application";
         else if (S_ISDIR(st.st_mode))
             selection.folders.insert(full);
@@ -169,7 +190,7 @@ int main(int argc, char** argv) {
             selection.files.insert(full);
         else
             why = "not an audio file by its extension";
-        if (why) std::fprintf(stderr, "sondrel: skipped %s: %s\n", text::sanitizeUTF8(p).c_str(), why);
+        if (why) std::fprintf(stderr, "sondrel: skipped %s: %s\n", text::escapePath(p).c_str(), why);
     }
     if (selection.folders.empty() && selection.files.empty()) {
         std::fprintf(stderr, "sondrel: nothing to check (give folders or audio files; see --help)\n");
@@ -178,6 +199,27 @@ int main(int argc, char** argv) {
 
     installSignalHandlers();
     const bool toStdout = settings.stringFromKey("LogPath") == "-";
+    std::string logFull;
+    if (!toStdout) {
+        std::string path = settings.expandedLogPath();
+        if (path.empty()) {
+            std::fprintf(stderr, "sondrel: no log file (set --log or LogPath)\n");
+            return kCannotRun;
+        }
+        auto resolved = fullPathIfResolvable(path);
+        if (!resolved) {
+            const int err = errno;
+            complain(path, std::string("the working folder cannot be found out: ") + std::strerror(err));
+            return kCannotRun;
+        }
+        logFull = *resolved;
+        if (auto refusal = refuseLogTarget(logFull, selection, force)) {
+            using Rule = LogTargetRefusal::Rule;
+            complain(logFull,
+                     refusal->text + (refusal->rule == Rule::NotALog ? " (--force replaces it)" : ""));
+            return kCannotRun;
+        }
+    }
     const bool showProgress = !quiet && ::isatty(STDERR_FILENO);
     CliStatus status(showProgress);
 
@@ -189,20 +231,22 @@ int main(int argc, char** argv) {
     if (toStdout) {
         alert = log.openStream(STDOUT_FILENO);
     } else {
-        std::string path = settings.expandedLogPath();
-        if (path.empty()) {
-            std::fprintf(stderr, "sondrel: no log file (set --log or LogPath)\n");
-            return kCannotRun;
-        }
-        alert = log.openLog(fullPath(path));
+        alert = log.openLog(logFull);
     }
+    if (log.readerGone()) return kReaderGone;
     if (alert) {
         std::fprintf(stderr, "sondrel: %s: %s\n", alert->title.c_str(), alert->text.c_str());
         return kCannotRun;
     }
 
     ScanCallbacks callbacks;
-    callbacks.setStatus = [&](const std::string& text, bool wait) { status.show(text, wait); };
+    callbacks.setStatus = [&](const std::string& text, bool wait) {
+        status.show(text::escapePath(text), wait);
+    };
+    callbacks.cannotRead = [&](const std::string& path, int error) {
+        status.clear();
+        complain(path, std::strerror(error));
+    };
     WorkThread scan(std::move(selection), settings, log, callbacks, jobs);
 
     // Forward a signal to the scan: it finishes the files it has begun, logs
@@ -219,16 +263,19 @@ int main(int argc, char** argv) {
     watcher.join();
     log.closeLog();
     status.clear();
+    if (log.readerGone()) return kReaderGone;
 
+    unreadable += scan.unreadable();
     if (!quiet) {
         if (cancelled)
             std::fprintf(stderr, "Cancelled\n");
         else
-            std::fprintf(stderr, "%llu file%s scanned. %llu error%s logged.\n",
+            std::fprintf(stderr, "%llu file%s scanned. %llu error%s logged.%s\n",
                          static_cast<unsigned long long>(scan.progress()), plural(scan.progress()).c_str(),
-                         static_cast<unsigned long long>(log.errorTotal()), plural(log.errorTotal()).c_str());
+                         static_cast<unsigned long long>(log.errorTotal()), plural(log.errorTotal()).c_str(),
+                         unreadable ? fmt::format(" {} could not be read.", unreadable).c_str() : "");
     }
     if (cancelled) return kCancelled;
-    if (scan.writeFailed()) return kCannotRun;
+    if (scan.writeFailed() || unreadable > 0) return kCannotRun;
     return log.errorTotal() > 0 ? kProblems : kClean;
 }

@@ -1,6 +1,7 @@
 #include "core/WorkThread.h"
 
 #include <dirent.h>
+#include <errno.h>
 #include <sys/stat.h>
 
 #include <fmt/format.h>
@@ -48,6 +49,11 @@ void WorkThread::status(const std::string& text, bool wait) {
     if (callbacks_.setStatus) callbacks_.setStatus(text, wait);
 }
 
+void WorkThread::cannotRead(const std::string& path, int error) {
+    ++unreadable_;
+    if (callbacks_.cannotRead) callbacks_.cannotRead(path, error);
+}
+
 bool WorkThread::main() {
     spanFolders();
     if (!isCancelled()) spanFiles();
@@ -72,13 +78,29 @@ void WorkThread::spanFolder(const std::string& folder) {
     // A folder reached again through a symbolic link is not walked twice, so
     // link cycles end.
     struct stat st {};
-    if (::stat(folder.c_str(), &st) != 0) return;
+    if (::stat(folder.c_str(), &st) != 0) {
+        const int err = errno;
+        cannotRead(folder, err);
+        return;
+    }
     if (!visitedFolders_.emplace(uint64_t(st.st_dev), uint64_t(st.st_ino)).second) return;
 
     DIR* dir = ::opendir(folder.c_str());
-    if (!dir) return;
+    if (!dir) {
+        const int err = errno;
+        cannotRead(folder, err);
+        return;
+    }
     std::vector<std::string> names;
-    while (dirent* e = ::readdir(dir)) {
+    for (;;) {
+        errno = 0;
+        dirent* e = ::readdir(dir);
+        if (!e) {
+            // A listing cut short leaves files unseen; what was read is still walked.
+            const int err = errno;
+            if (err != 0) cannotRead(folder, err);
+            break;
+        }
         std::string name = e->d_name;
         if (name == "." || name == "..") continue;
         names.push_back(std::move(name));
@@ -96,7 +118,14 @@ void WorkThread::spanFolder(const std::string& folder) {
         if (name[0] == '.') continue;
         std::string path = joinPath(folder, name);
         struct stat est {};
-        if (::stat(path.c_str(), &est) != 0) continue;  // vanished or a dangling link
+        if (::stat(path.c_str(), &est) != 0) {
+            // A link loop, a path too long or a denied search is worth a word
+            // whatever the name; a vanished entry or a dangling link only
+            // when it would have been checked.
+            const int err = errno;
+            if (err != ENOENT || isAudioFile(name)) cannotRead(path, err);
+            continue;
+        }
         if (S_ISDIR(est.st_mode)) {
             if (isPathClean(path)) subfolders.push_back(path);
         } else if (isAudioFile(name)) {

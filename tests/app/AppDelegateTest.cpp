@@ -238,6 +238,31 @@ TEST_F(AppDelegateTest, LogOpeningFailureLeavesTheControllerIdle) {
     EXPECT_TRUE(delegate->okToStart());
 }
 
+TEST_F(AppDelegateTest, TheLogNeverReplacesAudioOrForeignFiles) {
+    const std::string folder = musicFolder();
+    const std::string before = Settings::load(config.path()).stringFromKey("LogPath");
+    for (const std::string& chosen : {folder + "/a.mp3", folder + "/notes.txt"}) {
+        platform.alerts.clear();
+        platform.savePanelAnswer = chosen;
+        delegate->promptForPath();
+        ASSERT_EQ(platform.alerts.size(), 1u) << chosen;
+        EXPECT_EQ(platform.alerts[0].request.title, "Invalid Log File");
+        EXPECT_NE(platform.alerts[0].request.text.find(chosen), std::string::npos);
+        EXPECT_EQ(Settings::load(config.path()).stringFromKey("LogPath"), before) << "not taken";
+    }
+    // A path typed in the field is checked at Start.
+    delegate->setLogPathText(folder + "/notes.txt");
+    drop({folder});
+    platform.alerts.clear();
+    delegate->storeBool("LogPrompt", false);
+    delegate->startCancelHit();
+    ASSERT_EQ(platform.alerts.size(), 1u);
+    EXPECT_EQ(platform.alerts[0].request.text,
+              "The log file exists and is not a log written by this program: " + folder + "/notes.txt");
+    EXPECT_FALSE(delegate->running());
+    EXPECT_EQ(readFile(folder + "/notes.txt"), "hello");
+}
+
 TEST_F(AppDelegateTest, ViewLogMenuAndEncodings) {
     chooseLogPath();
     const int other = 0;
