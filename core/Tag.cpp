@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <exception>
 #include <utility>
 
@@ -97,8 +98,10 @@ std::unique_ptr<FileHandle> Tag::setupFile(uint64_t& fileSize) {
         h = FileHandle::fromMemory(*memoryContents_);
     } else {
         std::string error;
+        errno = 0;
         h = FileHandle::openForReading(path_, error);
         if (!h) {
+            openError_ = errno;
             logError(kFile, 0, error.empty() ? "Unknown error opening file" : error);
             return nullptr;
         }

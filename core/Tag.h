@@ -49,6 +49,9 @@ class Tag {
     const std::optional<std::vector<LogError>>& errors() const { return errors_; }
     size_t errorCount() const { return errors_ ? errors_->size() : 0; }
     uint64_t fileSize() const { return fileSize_; }
+    // errno of an open that failed (0 when the file was opened, or refused as
+    // not a regular file): the file could not be checked at all.
+    int openError() const { return openError_; }
     const Settings& settings() const { return settings_; }
     Checker* lowLevelRep() const { return lowLevelRep_.get(); }
 
@@ -91,6 +94,7 @@ class Tag {
     std::optional<std::vector<LogError>> errors_;
     std::map<std::string, TagItem> values_;
     uint64_t fileSize_ = 0;
+    int openError_ = 0;
     const Settings& settings_;
     std::optional<Bytes> memoryContents_;
 };

@@ -180,6 +180,7 @@ void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAll
             }
         }
         Tag tag(path, settings_);
+        if (tag.openError()) cannotRead(path, tag.openError());
         std::optional<std::string> heading;
         if (!logAllFiles) heading = path;
         if (!log_.writeToLog(heading, tag.modDate(), tag.errors(), logAllFiles)) {
@@ -226,6 +227,7 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
             uint64_t n = ++progress_;
             status(fmt::format("Analyzing file {} of {}", n, total), false);
             Tag tag(paths[index], settings_);
+            if (tag.openError()) cannotRead(paths[index], tag.openError());
             std::unique_lock lock(m);
             slots[index] = Result{tag.modDate(), tag.errors()};
             if (writing) continue;  // the writing worker will reach this file

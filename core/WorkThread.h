@@ -32,8 +32,9 @@ struct ScanCallbacks {
     std::function<void(const std::string& status, bool wait)> setStatus;
     // An input that could not be checked (a folder that cannot be listed, an
     // entry that cannot be examined: permission denied, a symbolic-link loop,
-    // a path too long, a file that vanished), with the system's errno. The
-    // walk goes on. Called on the scan's thread; the core never prints.
+    // a path too long, a file that vanished or cannot be opened), with the
+    // system's errno. The scan goes on. Called from the walk and from worker
+    // threads; must be thread-safe. The core never prints.
     std::function<void(const std::string& path, int error)> cannotRead;
     // The scan has ended: `cancelled` tells whether it was cancelled.
     std::function<void(bool cancelled)> done;

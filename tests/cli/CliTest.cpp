@@ -290,6 +290,7 @@ TEST(CliUnreadable, EveryInputThatCannotBeCheckedIsNamedAndTheStatusIsTwo) {
     d.write("t/ok.flac", std::string("x"));
     d.write("t/sub/deep.flac", std::string("x"));
     d.write("locked/x.mp3", std::string("x"));
+    ::chmod(d.write("t2/no.flac", std::string("x")).c_str(), 0);
     ::mkdir((d.path() + "/out").c_str(), 0755);
     ::chmod((d.path() + "/out").c_str(), 0777);
     ::chmod((d.path() + "/t/sub").c_str(), 0);
@@ -298,6 +299,7 @@ TEST(CliUnreadable, EveryInputThatCannotBeCheckedIsNamedAndTheStatusIsTwo) {
     const std::pair<std::string, std::string> rows[] = {
         {"t", "sondrel: " + D + "/t/sub: Permission denied\n1 file scanned. 1 error logged." + one},
         {"locked", "sondrel: " + D + "/locked: Permission denied\n0 files scanned. 0 errors logged." + one},
+        {"t2", "sondrel: " + D + "/t2/no.flac: Permission denied\n1 file scanned. 1 error logged." + one},
         {"locked/x.mp3 t/ok.flac",
          "sondrel: locked/x.mp3: Permission denied\n1 file scanned. 1 error logged." + one},
     };
