@@ -9,10 +9,14 @@
 #include <QUrl>
 
 #include <fmt/format.h>
+#include <cerrno>
+#include <cstring>
 #include <future>
 
 #include "core/BuildInfo.h"
+#include "core/LogTarget.h"
 #include "core/PathPredicates.h"
+#include "core/Text.h"
 
 namespace sondrel::app {
 
@@ -66,8 +70,11 @@ std::string AppDelegate::selectionStatus(uint64_t folders, uint64_t files) {
     return kDragStatus;
 }
 
-std::string AppDelegate::doneStatus(uint64_t files, uint64_t errors) {
-    return fmt::format("{} file{} scanned. {} error{} logged.", files, plural(files), errors, plural(errors));
+std::string AppDelegate::doneStatus(uint64_t files, uint64_t errors, uint64_t unreadable) {
+    std::string status =
+        fmt::format("{} file{} scanned. {} error{} logged.", files, plural(files), errors, plural(errors));
+    if (unreadable) status += fmt::format(" {} could not be read.", unreadable);
+    return status;
 }
 
 bool AppDelegate::isArm64() {
@@ -165,7 +172,25 @@ void AppDelegate::promptForPath() {
     if (chosen) logPathSelected(*chosen);
 }
 
+bool AppDelegate::acceptLogTarget(const std::string& path) {
+    auto full = fullPathIfResolvable(path);
+    if (!full) {
+        const int err = errno;
+        displayAlert(kInvalidLogTitle,
+                     fmt::format("The log file's folder cannot be found out {}: {}", text::escapePath(path),
+                                 std::strerror(err)),
+                     true);
+        return false;
+    }
+    if (auto refusal = refuseLogTarget(*full, selection_, false)) {
+        displayAlert(kInvalidLogTitle, fmt::format("{}: {}", refusal->text, text::escapePath(*full)), true);
+        return false;
+    }
+    return true;
+}
+
 void AppDelegate::logPathSelected(const std::string& path) {
+    if (!acceptLogTarget(path)) return;
     storeString("LogPath", path);
     logPathChosen_ = true;
     getOKToStartStatus();
@@ -210,6 +235,7 @@ void AppDelegate::startScan() {
     setStatus("");
     auto log = std::make_unique<LogWriter>([this](const Alert& a) { alertFromScan(a); });
     logPath_ = settings_.expandedLogPath();
+    if (!acceptLogTarget(logPath_)) return;
     if (auto alert = log->openLog(fullPath(logPath_))) {
         displayAlert(alert->title, alert->text, true);
         return;
@@ -280,11 +306,12 @@ void AppDelegate::alertFromScan(const Alert& alert) {
 void AppDelegate::done(bool wasCancelled) {
     const uint64_t files = scan_ ? scan_->progress() : 0;
     const uint64_t errors = log_ ? log_->errorTotal() : 0;
+    const uint64_t unreadable = scan_ ? scan_->unreadable() : 0;
     if (log_) log_->closeLog();
     clrActivityMask(0);
     running_ = false;  // so that the idle state below is entered in full
     cancelled();
-    setStatus(wasCancelled ? kCancelledStatus : doneStatus(files, errors));
+    setStatus(wasCancelled ? kCancelledStatus : doneStatus(files, errors, unreadable));
     validatePath();
     // The scan thread returns once this call is over; join it on the next turn.
     QTimer::singleShot(0, this, &AppDelegate::reapScan);

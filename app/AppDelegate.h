@@ -45,6 +45,7 @@ class AppDelegate : public QObject {
         "(one or more times) and then hit Start.\n\nA deep scan is made in all folders so it is possible "
         "to analyze your entire collection at once.";
     static constexpr const char* kDoNotShowAgain = "Do not show this again";
+    static constexpr const char* kInvalidLogTitle = "Invalid Log File";
     static constexpr const char* kReadErrorTitle = "Read Eror";  // spelled so
     static constexpr const char* kReadErrorText = "Error reading the log file";
     static constexpr const char* kActivityReason = "Lengthy process";
@@ -66,7 +67,9 @@ class AppDelegate : public QObject {
     // "" for a count of 1, "s" otherwise.
     static std::string plural(uint64_t n);
     static std::string selectionStatus(uint64_t folders, uint64_t files);
-    static std::string doneStatus(uint64_t files, uint64_t errors);
+    // Inputs that could not be read are mentioned only when there were any,
+    // so the status of an ordinary scan reads as it always has.
+    static std::string doneStatus(uint64_t files, uint64_t errors, uint64_t unreadable = 0);
     // "Version %@ (%@) [%@]": short version, build, "ARM64" or "x64".
     static std::string versionString();
     static bool isArm64();
@@ -144,6 +147,8 @@ class AppDelegate : public QObject {
     void validatePath();
     void cancelled();
     void startScan();
+    // Shows the alert and returns false when the log may not go to `path`.
+    bool acceptLogTarget(const std::string& path);
     void reapScan();
     void updateActivity();
     // Called on scan threads.

@@ -54,14 +54,25 @@ std::unique_ptr<FileHandle> FileHandle::openForReading(const std::string& path, 
 }
 
 std::unique_ptr<FileHandle> FileHandle::openForWriting(const std::string& path, std::string& error) {
-    int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    // O_NONBLOCK keeps open() of a FIFO without a reader from waiting
+    // forever (it fails with ENXIO instead); writes then block as usual.
+    int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd < 0) {
         error = std::strerror(errno);
+        return nullptr;
+    }
+    int flags = ::fcntl(fd, F_GETFL);
+    if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) < 0) {
+        int err = errno;
+        error = std::strerror(err);
+        ::close(fd);
+        errno = err;
         return nullptr;
     }
     std::unique_ptr<FileHandle> h(new FileHandle());
     h->fd_ = fd;
     h->ownsFd_ = true;
+    h->sequential_ = ::lseek(fd, 0, SEEK_CUR) < 0;
     return h;
 }
 
@@ -181,14 +192,18 @@ bool FileHandle::writeDataObj(ByteSpan data) {
     if (fd_ < 0) return false;
     size_t done = 0;
     while (done < data.size()) {
-        // Borrowed descriptors (standard output, pipes) cannot be positioned.
-        ssize_t n = ownsFd_ ? ::pwrite(fd_, data.data() + done, data.size() - done, off_t(position_ + done))
-                            : ::write(fd_, data.data() + done, data.size() - done);
+        // Borrowed descriptors (standard output) and pipes cannot be positioned.
+        ssize_t n = ownsFd_ && !sequential_
+                        ? ::pwrite(fd_, data.data() + done, data.size() - done, off_t(position_ + done))
+                        : ::write(fd_, data.data() + done, data.size() - done);
         if (n < 0) {
             if (errno == EINTR) continue;
             return false;
         }
-        if (n == 0) return false;
+        if (n == 0) {
+            errno = EIO;
+            return false;
+        }
         done += size_t(n);
     }
     position_ += data.size();

@@ -22,7 +22,9 @@ class FileHandle {
     // device, a folder) is refused without ever blocking; `error` then holds
     // a sentence fit for the log.
     static std::unique_ptr<FileHandle> openForReading(const std::string& path, std::string& error);
-    // Opens (without creating) a file for writing.
+    // Opens (without creating) a file for writing. A destination that cannot
+    // be positioned (a pipe, a FIFO, a terminal) is written sequentially. On
+    // failure errno tells why.
     static std::unique_ptr<FileHandle> openForWriting(const std::string& path, std::string& error);
     // Wraps a standard stream descriptor (for example 1 for standard output) without owning it.
     static std::unique_ptr<FileHandle> borrowDescriptor(int fd);
@@ -44,6 +46,7 @@ class FileHandle {
     uint64_t seekToEnd();
     uint64_t position() const { return position_; }
 
+    // On failure errno tells why.
     bool writeDataObj(ByteSpan data);
     bool writeDataAtOffset(ByteSpan data, uint64_t offset);
     bool truncateFileHere();
@@ -69,6 +72,7 @@ class FileHandle {
     void fillCache(uint64_t offset);
     int fd_ = -1;
     bool ownsFd_ = false;
+    bool sequential_ = false;
     bool isMemory_ = false;
     Bytes memory_;
     uint64_t position_ = 0;

@@ -4,6 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -16,6 +19,10 @@ namespace sondrel {
 
 namespace {
 constexpr const char* kWriteError = "An error occurred while writing the log file";
+
+std::string reason(int error) {
+    return error ? std::strerror(error) : "Unknown error";
+}
 
 ByteSpan asBytes(const std::string& s) {
     return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
@@ -57,38 +64,52 @@ LogWriter::~LogWriter() {
 
 std::optional<Alert> LogWriter::openLog(const std::string& logPath) {
     closeLog();
+    readerGone_ = false;
+    shownPath_ = text::escapePath(logPath);
     struct stat st {};
     bool exists = ::stat(logPath.c_str(), &st) == 0;
     if (exists && S_ISDIR(st.st_mode)) return Alert{"Invalid Log File", "The specified log file is a folder"};
     if (!exists) {
-        int fd = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-        if (fd < 0) return Alert{"Create Error", "Error creating log file"};
+        int fd = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0644);
+        if (fd < 0)
+            return Alert{"Create Error",
+                         fmt::format("Error creating log file {}: {}", shownPath_, reason(errno))};
         ::close(fd);
     }
     std::string error;
     handle_ = FileHandle::openForWriting(logPath, error);
-    if (!handle_) return Alert{"Create Error", "Error getting a handle to the log file"};
+    if (!handle_)
+        return Alert{"Create Error",
+                     fmt::format("Error getting a handle to the log file {}: {}", shownPath_, reason(errno))};
     // Only a regular file can be emptied; a device such as /dev/null or a
     // terminal is written as it is.
     if (::stat(logPath.c_str(), &st) == 0 && S_ISREG(st.st_mode) && !handle_->truncateFileAtOfs(0)) {
+        int err = errno;
         handle_->closeTheFile();
         handle_.reset();
-        return Alert{"Truncate Error", "Error truncating the log file"};
+        return Alert{"Truncate Error",
+                     fmt::format("Error truncating the log file {}: {}", shownPath_, reason(err))};
     }
     handle_->seekToOffset(0);
     if (!prepLog()) {
+        int err = errno;
         closeLog();
-        return Alert{"Error", kWriteError};
+        if (err == EPIPE) readerGone_ = true;
+        return writeAlert(err);
     }
     return std::nullopt;
 }
 
 std::optional<Alert> LogWriter::openStream(int fd) {
     closeLog();
+    readerGone_ = false;
+    shownPath_ = "(standard output)";
     handle_ = FileHandle::borrowDescriptor(fd);
     if (!prepLog()) {
+        int err = errno;
         closeLog();
-        return Alert{"Error", kWriteError};
+        if (err == EPIPE) readerGone_ = true;
+        return writeAlert(err);
     }
     return std::nullopt;
 }
@@ -99,8 +120,16 @@ bool LogWriter::prepLog() {
     return handle_->writeDataObj(asBytes(line));
 }
 
-bool LogWriter::fail() {
-    if (threadedAlert_) threadedAlert_(Alert{"Error", kWriteError});
+Alert LogWriter::writeAlert(int error) const {
+    return Alert{"Error", fmt::format("{} {}: {}", kWriteError, shownPath_, reason(error))};
+}
+
+bool LogWriter::fail(int error) {
+    if (error == EPIPE) {
+        readerGone_ = true;
+        return false;
+    }
+    if (threadedAlert_) threadedAlert_(writeAlert(error));
     return false;
 }
 
@@ -125,11 +154,15 @@ bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::st
         ++tally_.files;
         ++tally_.byWorst[static_cast<size_t>(worst)];
     }
-    if (!handle_) return fail();
+    if (!handle_) return fail(EBADF);
     bool ok = true;
+    int writeErrno = 0;
     std::string buffer;
     auto flush = [&] {
-        if (ok && !buffer.empty()) ok = handle_->writeDataObj(asBytes(buffer));
+        if (ok && !buffer.empty()) {
+            ok = handle_->writeDataObj(asBytes(buffer));
+            if (!ok) writeErrno = errno;
+        }
         buffer.clear();
     };
     try {
@@ -138,7 +171,8 @@ bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::st
             buffer += '\n';
             buffer += modDate;
             buffer += "  ";
-            buffer += text::sanitizeUTF8(*path);
+            // One line whatever the name holds, and the exact bytes recoverable.
+            buffer += text::escapePath(*path);
             buffer += '\n';
         }
         errorTotal_ += kept.size();
@@ -156,9 +190,13 @@ bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::st
             "    000000000000  File: Out of memory: the rest of this file's lines are lost\n";
         buffer = std::string();
         ok = ok && handle_->writeDataObj(ByteSpan(reinterpret_cast<const uint8_t*>(kLost), sizeof kLost - 1));
+        if (!ok && !writeErrno) writeErrno = errno;
     }
-    if (ok && logAllFiles) ok = handle_->synchronize();
-    return ok ? true : fail();
+    if (ok && logAllFiles) {
+        ok = handle_->synchronize();
+        if (!ok) writeErrno = errno;
+    }
+    return ok ? true : fail(writeErrno);
 }
 
 void LogWriter::resetErrorTotal() {

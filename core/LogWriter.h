@@ -53,7 +53,8 @@ class LogWriter {
 
     // Opening at Start: refuses a folder, creates a missing file, opens it,
     // truncates it to 0 and writes the first line. On failure returns the
-    // alert to show and leaves nothing open.
+    // alert to show (its text names the file and the system's reason) and
+    // leaves nothing open.
     std::optional<Alert> openLog(const std::string& logPath);
     // Writes to an already open descriptor (standard output) instead of a file.
     std::optional<Alert> openStream(int fd);
@@ -71,18 +72,24 @@ class LogWriter {
     // problems gets no heading.
     void setFilter(codes::Filter filter) { filter_ = std::move(filter); }
     LogTally tally() const;
+    // The reader of a pipe went away. Such a write failure raises no alert:
+    // nobody is left to read the log, so the run just ends.
+    bool readerGone() const { return readerGone_.load(); }
 
     // The program's name, version and build for the first line.
     static std::string firstLine(const std::string& startTime);
 
   private:
-    bool fail();
+    bool fail(int error);
+    Alert writeAlert(int error) const;
     AlertSink threadedAlert_;
+    std::string shownPath_;  // the log's path as messages show it
     std::unique_ptr<FileHandle> handle_;
     std::atomic<uint64_t> errorTotal_{0};
     codes::Filter filter_;
     mutable std::mutex tallyMutex_;
     LogTally tally_;
+    std::atomic<bool> readerGone_{false};
 };
 
 }  // namespace sondrel

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdlib>
+#include <memory>
 #include <vector>
 
 #include "core/FormatTable.h"
@@ -96,12 +98,13 @@ bool isPathApplication(const std::string& path) {
     return S_ISDIR(st.st_mode) && isFileWithExtension(lastComponent(path), ".app");
 }
 
-std::string fullPath(const std::string& path) {
+std::optional<std::string> fullPathIfResolvable(const std::string& path) {
     std::string p = path;
     if (p.empty() || p[0] != '/') {
-        std::vector<char> buf(PATH_MAX);
-        std::string cwd = ::getcwd(buf.data(), buf.size()) ? buf.data() : "/";
-        p = cwd + "/" + p;
+        // getcwd with no buffer allocates what the path needs, however deep.
+        std::unique_ptr<char, decltype(&std::free)> cwd(::getcwd(nullptr, 0), &std::free);
+        if (!cwd || cwd.get()[0] != '/') return std::nullopt;
+        p = std::string(cwd.get()) + "/" + p;
     }
     std::vector<std::string> parts;
     size_t i = 0;
@@ -119,6 +122,11 @@ std::string fullPath(const std::string& path) {
     std::string out;
     for (const auto& part : parts) out += "/" + part;
     return out.empty() ? "/" : out;
+}
+
+std::string fullPath(const std::string& path) {
+    if (auto full = fullPathIfResolvable(path)) return *full;
+    return fullPathIfResolvable("/" + path).value_or("/");
 }
 
 std::string parentFolder(const std::string& path) {

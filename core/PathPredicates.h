@@ -2,6 +2,7 @@
 // Predicates on file names and paths: which names are audio files (a plain,
 // case-insensitive suffix test, so "songmp3" is not and "SONG.MP3" is), and
 // which folders the walk may enter.
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,9 @@ bool isPathApplication(const std::string& path);
 // Absolute, lexically normalised ("." and ".." resolved, no trailing slash),
 // symbolic links not resolved.
 std::string fullPath(const std::string& path);
+// The same, but nullopt (errno set) when the path is relative and the working
+// folder cannot be found out, instead of guessing one.
+std::optional<std::string> fullPathIfResolvable(const std::string& path);
 // Parent folder and last component of a full path.
 std::string parentFolder(const std::string& path);
 std::string lastComponent(const std::string& path);

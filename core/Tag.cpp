@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <atomic>
+#include <cerrno>
 #include <exception>
 #include <new>
 #include <utility>
@@ -154,8 +155,10 @@ std::unique_ptr<FileHandle> Tag::setupFile(uint64_t& fileSize) {
         h = FileHandle::fromMemory(*memoryContents_);
     } else {
         std::string error;
+        errno = 0;
         h = FileHandle::openForReading(path_, error);
         if (!h) {
+            openError_ = errno;
             logError(kFile, 0, error.empty() ? "Unknown error opening file" : error);
             return nullptr;
         }

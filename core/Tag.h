@@ -61,6 +61,9 @@ class Tag {
     // Hands the problem list over (the scan keeps it until the file is logged).
     std::optional<std::vector<LogError>> takeErrors() { return std::move(errors_); }
     uint64_t fileSize() const { return fileSize_; }
+    // errno of an open that failed (0 when the file was opened, or refused as
+    // not a regular file): the file could not be checked at all.
+    int openError() const { return openError_; }
     const Settings& settings() const { return settings_; }
     Checker* lowLevelRep() const { return lowLevelRep_.get(); }
 
@@ -108,6 +111,7 @@ class Tag {
     std::optional<std::vector<LogError>> errors_;
     std::map<std::string, TagItem> values_;
     uint64_t fileSize_ = 0;
+    int openError_ = 0;
     const Settings& settings_;
     std::optional<Bytes> memoryContents_;
     ImageBudget imageBudget_;

@@ -3,6 +3,7 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
+#include <fmt/format.h>
 #include <algorithm>
 #include <cstdio>
 
@@ -257,6 +258,75 @@ std::string fourCCString(uint32_t code) {
             out += buf;
         } else {
             appendUTF8(out, b);
+        }
+    }
+    return out;
+}
+
+std::string escapePath(std::string_view path) {
+    std::string out;
+    out.reserve(path.size());
+    size_t i = 0;
+    while (i < path.size()) {
+        const size_t start = i;
+        const int32_t cp = nextCodePoint(path, i);
+        if (cp < 0 || cp < 0x20 || cp == 0x7F) {
+            out += fmt::format("\\x{:02X}", static_cast<uint8_t>(path[start]));
+        } else if (cp == '\\') {
+            out += "\\\\";
+        } else if (cp >= 0x80) {
+            const int8_t type = u_charType(UChar32(cp));
+            if (type == U_CONTROL_CHAR || type == U_FORMAT_CHAR || type == U_LINE_SEPARATOR ||
+                type == U_PARAGRAPH_SEPARATOR)
+                out += fmt::format("\\u{{{:04X}}}", cp);
+            else
+                out.append(path.substr(start, i - start));
+        } else {
+            out += char(cp);
+        }
+    }
+    return out;
+}
+
+std::optional<std::string> unescapePath(std::string_view escaped) {
+    auto hexValue = [](std::string_view digits) -> std::optional<uint32_t> {
+        if (digits.empty() || digits.size() > 6) return std::nullopt;
+        uint32_t v = 0;
+        for (char c : digits) {
+            int d = c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+            if (d < 0) return std::nullopt;
+            v = v * 16 + uint32_t(d);
+        }
+        return v;
+    };
+    std::string out;
+    out.reserve(escaped.size());
+    size_t i = 0;
+    while (i < escaped.size()) {
+        char c = escaped[i];
+        if (c != '\\') {
+            out += c;
+            ++i;
+            continue;
+        }
+        std::string_view rest = escaped.substr(i + 1);
+        if (!rest.empty() && rest[0] == '\\') {
+            out += '\\';
+            i += 2;
+        } else if (rest.size() >= 3 && rest[0] == 'x') {
+            auto v = hexValue(rest.substr(1, 2));
+            if (!v || rest.substr(1, 2).size() != 2) return std::nullopt;
+            out += char(*v);
+            i += 4;
+        } else if (rest.size() >= 3 && rest[0] == 'u' && rest[1] == '{') {
+            size_t close = rest.find('}');
+            if (close == std::string_view::npos) return std::nullopt;
+            auto v = hexValue(rest.substr(2, close - 2));
+            if (!v || *v > 0x10FFFF || (*v >= 0xD800 && *v <= 0xDFFF)) return std::nullopt;
+            appendUTF8(out, char32_t(*v));
+            i += 1 + close + 1;
+        } else {
+            return std::nullopt;
         }
     }
     return out;

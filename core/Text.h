@@ -28,6 +28,17 @@ std::string decodeUTF8OrLatin1(ByteSpan bytes);
 // Replaces bytes that are not valid UTF-8 with U+FFFD (for the log).
 std::string sanitizeUTF8(std::string_view s);
 
+// A file path made fit for one line of text (log headings, messages on
+// standard error) without losing a byte: a backslash is written "\\", an
+// ASCII control byte and every byte that is not part of valid UTF-8 "\xHH",
+// and a non-ASCII control, format, line or paragraph separator character
+// "\u{XXXX}" (upper-case hex, at least four digits). Everything else -- every
+// printable UTF-8 name -- is written as it is. Since the backslash itself is
+// escaped, distinct paths always give distinct texts.
+std::string escapePath(std::string_view path);
+// The exact bytes of an escaped path; nullopt for text escapePath cannot produce.
+std::optional<std::string> unescapePath(std::string_view escaped);
+
 // Unicode general categories Cc and Cf, minus line feed, carriage return and tab.
 bool containsDirt(std::string_view utf8);
 // U+000A..U+000D, U+0085, U+2028, U+2029.

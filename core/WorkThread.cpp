@@ -1,6 +1,7 @@
 #include "core/WorkThread.h"
 
 #include <dirent.h>
+#include <errno.h>
 #include <sys/stat.h>
 
 #include <fmt/format.h>
@@ -42,16 +43,19 @@ std::vector<std::string> sortedCaseInsensitive(std::vector<std::string> names) {
 struct Checked {
     std::string modDate;
     std::optional<std::vector<LogError>> errors;
+    int openError = 0;  // errno when the file could not be opened
 };
+
+constexpr const char* kOutOfMemory = "The check of this file ran out of memory and stopped";
 
 Checked checkFile(const std::string& path, const Settings& settings) {
     try {
         Tag tag(path, settings);
-        return Checked{tag.modDate(), tag.takeErrors()};
+        return Checked{tag.modDate(), tag.takeErrors(), tag.openError()};
     } catch (const std::bad_alloc&) {
-        return Checked{modificationDate(path).value_or(""),
-                       std::vector<LogError>{
-                           LogError{kFile, 0, "The check of this file ran out of memory and stopped"}}};
+        return Checked{
+            modificationDate(path).value_or(""),
+            std::vector<LogError>{LogError{kFile, 0, kOutOfMemory, codes::classify(kOutOfMemory)}}};
     }
 }
 
@@ -85,6 +89,11 @@ void WorkThread::status(const std::string& text, bool wait) {
     if (callbacks_.setStatus) callbacks_.setStatus(text, wait);
 }
 
+void WorkThread::cannotRead(const std::string& path, int error) {
+    ++unreadable_;
+    if (callbacks_.cannotRead) callbacks_.cannotRead(path, error);
+}
+
 bool WorkThread::main() {
     spanFolders();
     if (!isCancelled()) spanFiles();
@@ -109,13 +118,29 @@ void WorkThread::spanFolder(const std::string& folder) {
     // A folder reached again through a symbolic link is not walked twice, so
     // link cycles end.
     struct stat st {};
-    if (::stat(folder.c_str(), &st) != 0) return;
+    if (::stat(folder.c_str(), &st) != 0) {
+        const int err = errno;
+        cannotRead(folder, err);
+        return;
+    }
     if (!visitedFolders_.emplace(uint64_t(st.st_dev), uint64_t(st.st_ino)).second) return;
 
     DIR* dir = ::opendir(folder.c_str());
-    if (!dir) return;
+    if (!dir) {
+        const int err = errno;
+        cannotRead(folder, err);
+        return;
+    }
     std::vector<std::string> names;
-    while (dirent* e = ::readdir(dir)) {
+    for (;;) {
+        errno = 0;
+        dirent* e = ::readdir(dir);
+        if (!e) {
+            // A listing cut short leaves files unseen; what was read is still walked.
+            const int err = errno;
+            if (err != 0) cannotRead(folder, err);
+            break;
+        }
         std::string name = e->d_name;
         if (name == "." || name == "..") continue;
         names.push_back(std::move(name));
@@ -133,7 +158,14 @@ void WorkThread::spanFolder(const std::string& folder) {
         if (name[0] == '.') continue;
         std::string path = joinPath(folder, name);
         struct stat est {};
-        if (::stat(path.c_str(), &est) != 0) continue;  // vanished or a dangling link
+        if (::stat(path.c_str(), &est) != 0) {
+            // A link loop, a path too long or a denied search is worth a word
+            // whatever the name; a vanished entry or a dangling link only
+            // when it would have been checked.
+            const int err = errno;
+            if (err != ENOENT || isAudioFile(name)) cannotRead(path, err);
+            continue;
+        }
         if (S_ISDIR(est.st_mode)) {
             if (isPathClean(path)) subfolders.push_back(path);
         } else if (isAudioFile(name)) {
@@ -188,6 +220,7 @@ void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAll
             }
         }
         Checked checked = checkFile(path, settings_);
+        if (checked.openError) cannotRead(path, checked.openError);
         std::optional<std::string> heading;
         if (!logAllFiles) heading = path;
         if (!log_.writeToLog(heading, checked.modDate, checked.errors, logAllFiles)) {
@@ -237,6 +270,7 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
             status(fmt::format("Analyzing file {} of {}", n, total), false);
             Checked checked = checkFile(paths[index], settings_);
             const size_t bytes = heldBytes(checked);
+            if (checked.openError) cannotRead(paths[index], checked.openError);
             std::unique_lock lock(m);
             slots[index] = std::move(checked);
             slotBytes[index] = bytes;

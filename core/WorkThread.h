@@ -30,6 +30,12 @@ struct ScanCallbacks {
     // folder %@"), false for "Analyzing file %lu of %lu". May be called from
     // worker threads; must be thread-safe.
     std::function<void(const std::string& status, bool wait)> setStatus;
+    // An input that could not be checked (a folder that cannot be listed, an
+    // entry that cannot be examined: permission denied, a symbolic-link loop,
+    // a path too long, a file that vanished or cannot be opened), with the
+    // system's errno. The scan goes on. Called from the walk and from worker
+    // threads; must be thread-safe. The core never prints.
+    std::function<void(const std::string& path, int error)> cannotRead;
     // The scan has ended: `cancelled` tells whether it was cancelled.
     std::function<void(bool cancelled)> done;
 };
@@ -46,6 +52,8 @@ class WorkThread {
     bool isCancelled() const { return cancelled_.load(); }
     // Files analysed so far (the progress counter).
     uint64_t progress() const { return progress_.load(); }
+    // Inputs reported through cannotRead so far.
+    uint64_t unreadable() const { return unreadable_.load(); }
     // True when the scan stopped because a log write failed.
     bool writeFailed() const { return writeFailed_; }
 
@@ -61,6 +69,7 @@ class WorkThread {
     void goSequential(const std::vector<std::string>& paths, bool logAllFiles);
     void goParallel(const std::vector<std::string>& paths);
     void status(const std::string& text, bool wait);
+    void cannotRead(const std::string& path, int error);
 
     Selection selection_;
     Settings settings_;
@@ -71,6 +80,7 @@ class WorkThread {
     std::set<std::pair<uint64_t, uint64_t>> visitedFolders_;  // device, inode
     std::atomic<bool> cancelled_{false};
     std::atomic<uint64_t> progress_{0};
+    std::atomic<uint64_t> unreadable_{0};
     bool writeFailed_ = false;
 };
 

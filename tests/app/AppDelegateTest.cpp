@@ -238,18 +238,37 @@ TEST_F(AppDelegateTest, LogOpeningFailureLeavesTheControllerIdle) {
     EXPECT_TRUE(delegate->okToStart());
 }
 
+TEST_F(AppDelegateTest, TheLogNeverReplacesAudioOrForeignFiles) {
+    const std::string folder = musicFolder();
+    platform.savePanelAnswer = folder + "/a.mp3";
+    delegate->promptForPath();
+    ASSERT_EQ(platform.alerts.size(), 1u);
+    EXPECT_EQ(platform.alerts[0].request.title, "Invalid Log File");
+    EXPECT_NE(delegate->logPathSetting(), folder + "/a.mp3") << "the choice is not taken";
+    // A path typed in the field is checked at Start.
+    delegate->setLogPathText(folder + "/notes.txt");
+    delegate->storeBool("LogPrompt", false);
+    drop({folder});
+    delegate->startCancelHit();
+    ASSERT_EQ(platform.alerts.size(), 2u);
+    EXPECT_EQ(platform.alerts[1].request.text,
+              "The log file exists and is not a log written by this program: " + folder + "/notes.txt");
+    EXPECT_FALSE(delegate->running());
+    EXPECT_EQ(readFile(folder + "/notes.txt"), "hello");
+}
+
 TEST_F(AppDelegateTest, ViewLogMenuAndEncodings) {
     chooseLogPath();
     const int other = 0;
-    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));  // no log yet
-    std::ofstream(logPath, std::ios::binary) << "caf\xe9\n";                // not UTF-8
+    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));    // no log yet
+    std::ofstream(logPath, std::ios::binary) << "Sondrel Version caf\xe9\n";  // a log, but not UTF-8
     delegate->promptForPath();
     EXPECT_TRUE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
     EXPECT_FALSE(delegate->menuItemEnabled(other));
     delegate->viewLog();
     std::ofstream(logPath, std::ios::binary) << "caf\xc3\xa9\n";
     delegate->viewLog();
-    EXPECT_EQ(platform.logs, (std::vector<std::string>{"caf\xc3\xa9\n", "caf\xc3\xa9\n"}));
+    EXPECT_EQ(platform.logs, (std::vector<std::string>{"Sondrel Version caf\xc3\xa9\n", "caf\xc3\xa9\n"}));
     delegate->setLogViewerRunning(true);
     EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
     EXPECT_TRUE(delegate->menuItemEnabled(other));

@@ -10,7 +10,9 @@
 namespace sondrel {
 namespace {
 
-Bytes b(std::initializer_list<uint8_t> l) { return Bytes(l); }
+Bytes b(std::initializer_list<uint8_t> l) {
+    return Bytes(l);
+}
 
 TEST(TextDecoding, Utf8IsStrict) {
     EXPECT_EQ(text::decodeUTF8(b({'a', 0xC3, 0xA9})), "a\xC3\xA9");
@@ -35,12 +37,17 @@ TEST(TextDecoding, Utf16ByteOrderMarksAndFaults) {
 TEST(TextCharacters, DirtIsControlAndFormatButNotLineBreaksOrTab) {
     EXPECT_FALSE(text::containsDirt("a\tb\nc\r"));
     EXPECT_TRUE(text::containsDirt(std::string("a\x01", 2)));
-    EXPECT_TRUE(text::containsDirt("soft\xC2\xAD" "hyphen")) << "U+00AD is a format character";
+    EXPECT_TRUE(
+        text::containsDirt("soft\xC2\xAD"
+                           "hyphen"))
+        << "U+00AD is a format character";
     EXPECT_TRUE(text::containsDirt("\xEF\xBB\xBF")) << "U+FEFF";
     EXPECT_TRUE(text::containsNewline("a\xE2\x80\xA8")) << "U+2028";
     EXPECT_TRUE(text::containsNewline("a\x0B"));
     EXPECT_FALSE(text::containsNewline("a\tb"));
-    EXPECT_EQ(text::utf16Length("\xF0\x9F\x98\x80" "ab"), 4u);
+    EXPECT_EQ(text::utf16Length("\xF0\x9F\x98\x80"
+                                "ab"),
+              4u);
     EXPECT_EQ(text::trimWhitespace("  2021\n "), "2021");
 }
 
@@ -52,6 +59,31 @@ TEST(TextOrdering, CaseInsensitiveOrderIsTotalAndIndependentOfInput) {
     EXPECT_EQ(sorted, (std::vector<std::string>{"A.flac", "a.flac", "b.MP3", "STRASSE", "Straße", "z"}));
     EXPECT_LT(text::compareCaseInsensitive("/x/a", "/x/B"), 0);
     EXPECT_LT(text::compareCaseInsensitive("/x/a/z", "/x/B"), 0);
+}
+
+TEST(TextPathEscape, HeadingsStayOneLineAndKeepEveryByte) {
+    struct Case {
+        std::string path, escaped;
+    };
+    const Case cases[] = {
+        {"/m/Björk – Jóga.flac", "/m/Björk – Jóga.flac"},  // printable UTF-8 as it is
+        {"/m/a\tb\rc\nd.mp3", "/m/a\\x09b\\x0Dc\\x0Ad.mp3"},
+        {"/m/back\\slash\\x41.mp3", "/m/back\\\\slash\\\\x41.mp3"},
+        {"/m/dup\xff.mp3", "/m/dup\\xFF.mp3"},
+        {"/m/dup\xfe.mp3", "/m/dup\\xFE.mp3"},
+        {"/m/\xc3(\xe2\x82.mp3", "/m/\\xC3(\\xE2\\x82.mp3"},  // truncated sequences
+        {"/m/\x7f\xc2\x85\xe2\x80\x8b\xe2\x80\xa8.mp3",
+         "/m/\\x7F\\u{0085}\\u{200B}\\u{2028}.mp3"},             // DEL, NEL, ZWSP, LS
+        {"/m/\xf0\x9f\x8e\xb5.mp3", "/m/\xf0\x9f\x8e\xb5.mp3"},  // a musical note (outside the BMP)
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(text::escapePath(c.path), c.escaped);
+        EXPECT_EQ(text::unescapePath(c.escaped), c.path) << c.escaped;
+    }
+    EXPECT_NE(text::escapePath("dup\xff"), text::escapePath("dup\xfe"));
+    EXPECT_NE(text::escapePath("a\\x41"), text::escapePath("aA"));
+    for (const char* bad : {"\\", "a\\q", "\\x4", "\\xG0", "\\u{110000}", "\\u{D800}", "\\u{41", "\\u{}"})
+        EXPECT_EQ(text::unescapePath(bad), std::nullopt) << bad;
 }
 
 TEST(PathPredicatesTest, ExtensionsAreCaseInsensitiveSuffixesWithTheDot) {

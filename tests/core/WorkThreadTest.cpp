@@ -22,6 +22,7 @@ struct ScanRun {
     std::vector<std::string> statuses;
     bool cancelled = false;
     uint64_t progress = 0;
+    std::vector<std::pair<std::string, int>> unreadable;  // path, errno
 };
 
 std::string readAll(const std::string& path) {
@@ -45,6 +46,7 @@ ScanRun scan(Selection sel, const std::string& logPath, unsigned jobs = 1,
         r.statuses.push_back(s);
         if (onStatus) onStatus(*self, s);
     };
+    cb.cannotRead = [&](const std::string& path, int error) { r.unreadable.emplace_back(path, error); };
     WorkThread w(std::move(sel), fixtures::settingsWith(options), log, cb, jobs);
     self = &w;
     r.cancelled = w.main();
@@ -104,6 +106,22 @@ TEST(ScanWalk, SymbolicLinkCycleEndsAndFifoNeitherBlocksNorCrashes) {
         std::string::npos)
         << r.log;
     EXPECT_EQ(r.progress, 2u);
+}
+
+TEST(ScanWalk, InputsThatCannotBeCheckedAreReportedWithTheirErrno) {
+    TempDir d;
+    d.write("m/a.flac", std::string("x"));
+    const std::string m = d.path() + "/m";
+    ASSERT_EQ(::symlink("loop.mp3", (m + "/loop.mp3").c_str()), 0);
+    ASSERT_EQ(::symlink("nowhere", (m + "/gone.mp3").c_str()), 0);
+    ASSERT_EQ(::symlink("nowhere", (m + "/notes.txt").c_str()), 0);  // never checked: not worth a word
+    ASSERT_EQ(::symlink("..", (m + "/up").c_str()), 0);              // a cycle, but every file is reached
+    auto r = scan({{m, d.path() + "/missing"}, {}}, d.path() + "/log.txt");
+    using Entry = std::pair<std::string, int>;
+    EXPECT_EQ(r.unreadable,
+              (std::vector<Entry>{
+                  {m + "/gone.mp3", ENOENT}, {m + "/loop.mp3", ELOOP}, {d.path() + "/missing", ENOENT}}));
+    EXPECT_EQ(r.progress, 1u) << "the walk goes on";
 }
 
 TEST(ScanCancel, CancellingDuringTheWalkAnalysesNothing) {
