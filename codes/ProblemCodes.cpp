@@ -59,7 +59,8 @@ const ProblemCode kTable[] = {
      "The checker stopped on an unexpected condition; the rest of the file was not checked.",
      "Report the file; the other files of the scan are not affected."},
 
-    {"file.check-budget", D, "Too many *: the check stopped after *\n"
+    {"file.check-budget", D,
+     "Too many *: the check stopped after *\n"
      "Problem list stopped after * lines: * more problems in this file were not logged\n"
      "Metadata items of this file exceed * bytes; later items were not checked\n"
      "'*' (*) has more than * entries; later ones were not checked\n"
@@ -526,16 +527,11 @@ const ProblemCode kTable[] = {
      "Without a valid STREAMINFO block the frames cannot be checked against the stream's parameters.",
      "Re-encode the file from a good copy."},
     {"flac.audio-damaged", D,
-     "FLAC audio does not start with a valid frame header; * bytes skipped
-FLAC frame CRC mismatch at *
-"
-     "FLAC last frame at * is cut short or followed by data that is not audio
-"
-     "FLAC lost sync at *: the audio up to * is missing
-FLAC file holds no audio frames, STREAMINFO declares *
-"
-     "FLAC decoder error at *: *
-FLAC decoded audio does not match the MD5 signature in STREAMINFO",
+     "FLAC audio does not start with a valid frame header; * bytes skipped\nFLAC frame CRC mismatch at *\n"
+     "FLAC last frame at * is cut short or followed by data that is not audio\n"
+     "FLAC lost sync at *: the audio up to * is missing\nFLAC file holds no audio frames, STREAMINFO "
+     "declares *\n"
+     "FLAC decoder error at *: *\nFLAC decoded audio does not match the MD5 signature in STREAMINFO",
      "The audio frames are damaged: a checksum fails, frames are missing or cut, or the decoded audio "
      "differs from what was encoded. Players skip or click at that point. Bad disks, interrupted copies "
      "and failing downloads cause it.",
@@ -544,19 +540,17 @@ FLAC decoded audio does not match the MD5 signature in STREAMINFO",
      "A frame's number or sample position does not follow the one before it; frames were lost or spliced.",
      "Re-encode the file from a good copy."},
     {"flac.total-samples", E,
-     "FLAC frames hold * of audio, STREAMINFO declares *
-FLAC decoded audio lasts *, STREAMINFO declares *",
-     "The audio is shorter or longer than the stream header says; players show a wrong length and seek badly.",
+     "FLAC frames hold * of audio, STREAMINFO declares *\nFLAC decoded audio lasts *, STREAMINFO declares *",
+     "The audio is shorter or longer than the stream header says; players show a wrong length and seek "
+     "badly.",
      "Re-encode from a good copy (flac -f --decode-through-errors, then encode) to rewrite the header."},
     {"flac.md5-unset", N, "FLAC STREAMINFO holds no MD5 signature of the audio",
      "The encoder did not store the audio's MD5, so decoding cannot prove the audio is as encoded.",
      "Re-encode with an encoder that stores the MD5 (flac does by default)."},
     {"wv.audio-damaged", D,
-     "WavPack file holds no audio block
-WavPack block checksum mismatch at *
-"
-     "WavPack block at * is cut short by the end of the file
-WavPack lost sync after *: * bytes are not audio blocks",
+     "WavPack file holds no audio block\nWavPack block checksum mismatch at *\n"
+     "WavPack block at * is cut short by the end of the file\nWavPack lost sync after *: * bytes are not "
+     "audio blocks",
      "WavPack audio blocks are missing, cut or fail their checksum; the audio there is lost.",
      "Replace the file from a good copy."},
     {"wv.block-order", E, "WavPack block at * is out of sequence (expected *)",
@@ -569,11 +563,8 @@ WavPack lost sync after *: * bytes are not audio blocks",
      "The audio is shorter or longer than the header declares; usually a cut file.",
      "Replace the file from a good copy."},
     {"mp3.audio-damaged", D,
-     "MPEG audio holds no frames
-MPEG audio lost sync at *: * bytes are not audio frames
-"
-     "MPEG audio frame at * is cut short by the end of the file
-"
+     "MPEG audio holds no frames\nMPEG audio lost sync at *: * bytes are not audio frames\n"
+     "MPEG audio frame at * is cut short by the end of the file\n"
      "LAME tag audio CRC mismatch: the audio frames are damaged",
      "MPEG audio frames are missing, cut or damaged; players skip or click there.",
      "Replace the file from a good copy."},
@@ -581,20 +572,16 @@ MPEG audio lost sync at *: * bytes are not audio frames
      "Bytes that are neither frames nor a tag follow the audio: a failed write or another file's tail.",
      "Remove the bytes with an MP3 repair tool, or replace the file."},
     {"mp3.summary-mismatch", E,
-     "MPEG audio holds * frames, the * header declares *
-MPEG audio holds * bytes, the * header declares *
-"
+     "MPEG audio holds * frames, the * header declares *\nMPEG audio holds * bytes, the * header declares *\n"
      "LAME tag CRC mismatch: the header frame is damaged",
      "The Xing/Info/VBRI summary disagrees with the audio (or is damaged): players show a wrong length and "
      "seek badly. A cut or joined file is the usual cause.",
      "Rewrite the summary header (an MP3 repair tool), or replace the file."},
     {"ogg.audio-damaged", D,
-     "Ogg file holds no page
-Ogg lost sync after *: * bytes are not Ogg pages
-Ogg page CRC mismatch after *
-"
-     "Ogg page after * is cut short by the end of the file
-Ogg page sequence jumps after *: * pages are missing",
+     "Ogg file holds no page\nOgg lost sync after *: * bytes are not Ogg pages\nOgg page CRC mismatch after "
+     "*\n"
+     "Ogg page after * is cut short by the end of the file\nOgg page sequence jumps after *: * pages are "
+     "missing",
      "Ogg pages are missing, cut or fail their checksum; the audio in them is lost.",
      "Replace the file from a good copy."},
     {"ogg.granule-order", E, "Ogg granule position goes back after *",
@@ -610,10 +597,8 @@ Ogg page sequence jumps after *: * pages are missing",
      "The sample table points to audio past the end of the file: the file was cut short.",
      "Replace the file from a good copy."},
     {"mp4.sample-table", E,
-     "MPEG-4 track * chunk * (* bytes) lies outside the media data
-"
-     "MPEG-4 track *: its chunks hold * samples, the sample size table lists *
-"
+     "MPEG-4 track * chunk * (* bytes) lies outside the media data\n"
+     "MPEG-4 track *: its chunks hold * samples, the sample size table lists *\n"
      "MPEG-4 track *: the sample table is damaged",
      "The sample table disagrees with itself or points outside the media data; players may stop or skip.",
      "Remux the file (ffmpeg -c copy), or replace it."},
