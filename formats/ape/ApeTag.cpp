@@ -48,7 +48,7 @@ enum ItemKind : unsigned { kBinary = 1, kReserved = 3 };
 
 // Real tags hold a few dozen items. A tag with more than this many is made to
 // exhaust the checker (an item can cost a log line), and its walk stops.
-constexpr uint64_t kMaxItems = 100000;
+constexpr uint64_t kMaxItems = 50000;
 // The stretch of the item area held at once.
 constexpr uint64_t kWindowSize = 65536;
 

@@ -86,7 +86,8 @@ TEST(ProblemCodes, EveryMessageTheCheckersCanLogHasACode) {
         sources.push_back(root / "core" / f);
     // Checkers wrap some messages: an ID3 frame's with its name, an item's
     // with its code and field name. These wrappers are no messages themselves.
-    const std::set<std::string> wrappers = {"ID3 '7' frame: 7"};
+    // An APE item key is a constant too, but never a message.
+    const std::set<std::string> wrappers = {"ID3 '7' frame: 7", "Cover Art (front)"};
     const std::vector<std::string> wraps = {"", "ID3 'TIT2' frame: ", "'TIT2' (Title) ",
                                             "'TXXX' (User) [desc] "};
     size_t checked = 0;
