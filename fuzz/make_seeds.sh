@@ -147,5 +147,28 @@ for f in *.*; do
   [ -f "$f" ] && add "$f" "encoder_$f"
 done
 
+# The whole-scan target: its first byte picks the extension (the order of
+# kExtensions in fuzz_scan.cpp) and the selection; a few files of each format.
+mkdir -p "$out/fuzz_scan"
+scan_seed() {  # scan_seed <target> <extension index>
+  local n=0 f
+  for f in "$out/fuzz_$1"/*; do
+    [ -f "$f" ] || continue
+    n=$((n + 1))
+    [ "$n" -le 12 ] || break
+    { printf "\\x$(printf %02x $(($2 | (n % 8) * 16)))"; cat "$f"; } >"$out/fuzz_scan/$1_$(basename "$f")"
+  done
+}
+scan_seed mp3 0
+scan_seed flac 2
+scan_seed ogg 3
+scan_seed wav 5
+scan_seed aiff 7
+scan_seed dsf 8
+scan_seed dff 9
+scan_seed ape 10
+scan_seed wv 11
+scan_seed mp4 12
+
 touch "$out/.stamp"
 echo "make_seeds.sh: $(find "$out" -type f ! -name .stamp | wc -l) seed files in $out"

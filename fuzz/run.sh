@@ -13,6 +13,8 @@
 #       prints the share of lines reached per file, per checker folder and in
 #       total for formats/ and core/; HTML pages in build/coverage/html/.
 #
+# SONDREL_SHARED_DIR names the folder holding the shared examples/ when it is
+# not ../shared beside the sources.
 # Targets are named as the binaries: fuzz_mp3, fuzz_flac, ... The machine is
 # shared: every step uses one process (libFuzzer's -jobs/-workers stay at 1).
 set -euo pipefail
@@ -24,6 +26,9 @@ mode="${1:-}"
 shift || true
 corpus="$root/build/fuzz-corpus"
 skiplist="$root/fuzz/regressions/skip.txt"
+# SONDREL_SHARED_DIR: the folder holding examples/ when it is not ../shared.
+shared=()
+[ -z "${SONDREL_SHARED_DIR:-}" ] || shared=(-DSONDREL_SHARED_DIR="$SONDREL_SHARED_DIR")
 
 all_targets() {
   for f in fuzz/fuzz_*.cpp; do basename "$f" .cpp; done
@@ -45,7 +50,7 @@ case "$mode" in
     shift || true
     targets=("$@")
     [ "${#targets[@]}" -gt 0 ] || mapfile -t targets < <(all_targets)
-    cmake --preset fuzz >/dev/null
+    cmake --preset fuzz "${shared[@]}" >/dev/null
     cmake --build build/fuzz -j 2 --target fuzz_seeds "${targets[@]}"
     seeds="$root/build/fuzz/fuzz/seeds"
     mkdir -p "$root/build/fuzz-logs"
@@ -70,7 +75,7 @@ case "$mode" in
     [ "${#targets[@]}" -gt 0 ] || mapfile -t targets < <(all_targets)
     replays=()
     for t in "${targets[@]}"; do replays+=("${t/fuzz_/fuzz_replay_}"); done
-    cmake --preset coverage >/dev/null
+    cmake --preset coverage "${shared[@]}" >/dev/null
     cmake --build build/coverage -j 2 --target fuzz_seeds "${replays[@]}"
     seeds="$root/build/coverage/fuzz/seeds"
     profiles="$root/build/coverage/profiles"
@@ -123,7 +128,7 @@ row("formats/ and core/", *total)
 PY
     ;;
   *)
-    sed -n '2,17p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,/^set -euo/p' "$0" | grep '^#' | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac
