@@ -147,6 +147,24 @@ for f in *.*; do
   [ -f "$f" ] && add "$f" "encoder_$f"
 done
 
+# Files cut short and with their first bytes changed: each checker's early
+# refusals (too small, wrong marker, wrong form type) from a few clean files.
+for t in mp3 flac ogg wav aiff dsf dff ape wv mp4; do
+  n=0
+  for f in "$out/fuzz_$t"/*; do
+    [ -f "$f" ] || continue
+    n=$((n + 1))
+    [ "$n" -le 3 ] || break
+    size=$(stat -c %s "$f")
+    for cut in 0 1 3 4 7 8 11 12 15 16 24 31 32 40 48 64 $((size / 2)) $((size - 1)); do
+      [ "$cut" -lt "$size" ] && head -c "$cut" "$f" >"$out/fuzz_$t/cut${cut}_$n"
+    done
+    for at in 0 4 8 12; do
+      { head -c "$at" "$f"; printf 'XXXX'; tail -c +$((at + 5)) "$f"; } >"$out/fuzz_$t/marker${at}_$n"
+    done
+  done
+done
+
 # The whole-scan target: its first byte picks the extension (the order of
 # kExtensions in fuzz_scan.cpp) and the selection; a few files of each format.
 mkdir -p "$out/fuzz_scan"

@@ -40,6 +40,13 @@ inputs_for() {  # the seed folder, the grown corpus and saved crashes that exist
   done
   return 0
 }
+skipped() {  # true when the path ends with a line of the skip list
+  local entry
+  while IFS= read -r entry; do
+    [ -n "$entry" ] && [ "${entry:0:1}" != "#" ] && [[ "$1" == *"$entry" ]] && return 0
+  done <"$skiplist"
+  return 1
+}
 llvm_tool() {  # the versioned tool when the plain name is missing
   if command -v "$1-14" >/dev/null 2>&1; then echo "$1-14"; else echo "$1"; fi
 }
@@ -58,7 +65,15 @@ case "$mode" in
     for t in "${targets[@]}"; do
       mkdir -p "$corpus/$t" "$root/fuzz/regressions/$t"
       log="$root/build/fuzz-logs/$t.log"
-      mapfile -t dirs < <(inputs_for "$seeds" "$t")
+      # libFuzzer stops at the first input that crashes, so the inputs on
+      # the skip list are left out of the starting corpus.
+      start="$root/build/fuzz-start/$t"
+      rm -rf "$start"
+      mkdir -p "$start"
+      for f in "$seeds/$t"/* "$root/fuzz/regressions/$t"/*; do
+        [ -f "$f" ] && ! skipped "$f" && cp "$f" "$start/"
+      done
+      dirs=("$corpus/$t" "$start")
       status=0
       "build/fuzz/fuzz/$t" "${dirs[@]}" -dict="fuzz/dict/${t#fuzz_}.dict" -max_total_time="$seconds" \
         -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 \
@@ -91,18 +106,19 @@ case "$mode" in
     done
     "$(llvm_tool llvm-profdata)" merge -sparse "$profiles"/*.profraw -o "$profiles/merged.profdata"
     cov="$(llvm_tool llvm-cov)"
-    ignore='(^|/)(fuzz|tests|build|usr)/'
+    # Sources are named as the compiler saw them (build/coverage/../../core/...).
+    ignore='/\.\./\.\./(fuzz|tests)/|^/usr/'
     "$cov" export -summary-only -instr-profile="$profiles/merged.profdata" "${objects[@]:1}" \
       -ignore-filename-regex="$ignore" >"$profiles/summary.json"
     "$cov" show -format=html -output-dir="$root/build/coverage/html" -instr-profile="$profiles/merged.profdata" \
       "${objects[@]:1}" -ignore-filename-regex="$ignore" >/dev/null
     python3 - "$profiles/summary.json" "$root/" <<'PY'
-import json, sys, collections
+import json, os, sys, collections
 data = json.load(open(sys.argv[1]))["data"][0]["files"]
 root = sys.argv[2]
 files, groups = [], collections.OrderedDict()
 for f in sorted(data, key=lambda f: f["filename"]):
-    name = f["filename"].replace(root, "")
+    name = os.path.normpath(f["filename"]).replace(root, "")
     if not (name.startswith("formats/") or name.startswith("core/")):
         continue
     lines = f["summary"]["lines"]
