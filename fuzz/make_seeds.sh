@@ -188,5 +188,15 @@ scan_seed ape 10
 scan_seed wv 11
 scan_seed mp4 12
 
+# The settings file and path target: the shipped defaults and a few files
+# of settings and paths.
+mkdir -p "$out/fuzz_config"
+cp "$src/resources/UserDefaults.conf" "$out/fuzz_config/defaults"
+printf 'LogPath=~/Documents/log.txt\nLogAllFiles=yes\nLogDups=1\nLogFixedFontSize=-3\nbroken line\n=x\n' \
+  >"$out/fuzz_config/values"
+printf '/a/b/c.mp3\n/a/.hidden/x.flac\n/Applications/X.app/y.m4a\n/a/B.bundle/\n~/Music/z.WAV\nrel/../x.dff\n/\n.\n' \
+  >"$out/fuzz_config/paths"
+printf '%s\n' /tmp /tmp/ /tmp/x.app /tmp/a.plist /proc /dev/null "$(printf 'a\377b.ogg')" >"$out/fuzz_config/real_paths"
+
 touch "$out/.stamp"
 echo "make_seeds.sh: $(find "$out" -type f ! -name .stamp | wc -l) seed files in $out"
