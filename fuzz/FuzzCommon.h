@@ -1,6 +1,7 @@
 #pragma once
 // Shared body of the fuzz targets: analyse the input as a file of the given
 // name, entirely in memory.
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -11,14 +12,27 @@
 
 namespace sondrel::fuzz {
 
-inline int checkAs(const char* name, const uint8_t* data, size_t size) {
-    static const Settings settings = [] {
+// The options that change what a checker reports. Every combination is
+// reached without spending bytes of the file: the input's length picks one
+// (lengths that differ by one switch the first option, and so on), so
+// mutation that grows or shrinks a file also walks through the options.
+inline constexpr std::array<const char*, 6> kOptions = {
+    "LogDups", "LogID3v1", "LogPriv", "MPEG4_MulData", "MPEG4_MulAtoms", "SuppressTimeErrors"};
+
+inline const Settings& settingsFor(size_t size) {
+    static const std::array<Settings, 1 << kOptions.size()> all = [] {
         installCheckers();
-        Settings s;
-        for (const char* k : {"LogDups", "LogID3v1", "LogPriv", "MPEG4_MulData"}) s.overrideValue(k, "1");
+        std::array<Settings, 1 << kOptions.size()> s;
+        for (size_t combination = 0; combination < s.size(); ++combination)
+            for (size_t i = 0; i < kOptions.size(); ++i)
+                s[combination].overrideValue(kOptions[i], (combination >> i) & 1 ? "1" : "0");
         return s;
     }();
-    Tag tag(std::string("/fuzz/") + name, settings, Bytes(data, data + size));
+    return all[size % all.size()];
+}
+
+inline int checkAs(const char* name, const uint8_t* data, size_t size) {
+    Tag tag(std::string("/fuzz/") + name, settingsFor(size), Bytes(data, data + size));
     return 0;
 }
 

@@ -6,6 +6,8 @@ set -euo pipefail
 packages=(
   # toolchain and build
   build-essential g++ cmake ninja-build pkg-config clang clang-format libclang-rt-14-dev
+  # coverage report of the fuzz corpora (llvm-profdata, llvm-cov)
+  llvm-14
   # libraries
   libicu-dev libfmt-dev libcli11-dev liburiparser-dev
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
