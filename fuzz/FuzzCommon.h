@@ -1,16 +1,39 @@
 #pragma once
 // Shared body of the fuzz targets: analyse the input as a file of the given
 // name, entirely in memory.
+#include <unistd.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "core/Settings.h"
 #include "core/Tag.h"
 #include "formats/Checkers.h"
 
 namespace sondrel::fuzz {
+
+// A temporary folder for this process, made once and removed at exit.
+inline void removeWorkFolder();
+inline const std::filesystem::path& workFolder() {
+    static const std::filesystem::path folder = [] {
+        std::string pattern = (std::filesystem::temp_directory_path() / "sondrel-fuzz-XXXXXX").string();
+        if (!::mkdtemp(pattern.data())) std::abort();
+        return std::filesystem::path(pattern);
+    }();
+    // Registered after the path itself, so it runs before the path is destroyed.
+    static const bool cleanup = (std::atexit(removeWorkFolder), true);
+    (void)cleanup;
+    return folder;
+}
+inline void removeWorkFolder() {
+    std::error_code ec;
+    std::filesystem::remove_all(workFolder(), ec);
+}
 
 // The options that change what a checker reports. Every combination is
 // reached without spending bytes of the file: the input's length picks one

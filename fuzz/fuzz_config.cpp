@@ -13,38 +13,15 @@
 
 #include "core/PathPredicates.h"
 #include "core/Settings.h"
-
-namespace {
-
-namespace fs = std::filesystem;
-
-fs::path makeFolder() {
-    std::string pattern = (fs::temp_directory_path() / "sondrel-fuzz-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) std::abort();
-    return pattern;
-}
-void removeFolder();
-const fs::path& workFolder() {
-    static const fs::path folder = makeFolder();
-    // Registered after the path itself, so it runs before the path is destroyed.
-    static const bool cleanup = (std::atexit(removeFolder), true);
-    (void)cleanup;
-    return folder;
-}
-void removeFolder() {
-    std::error_code ec;
-    fs::remove_all(workFolder(), ec);
-}
-
-}  // namespace
+#include "fuzz/FuzzCommon.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     {
-        std::ofstream out(workFolder() / "settings.conf", std::ios::binary | std::ios::trunc);
+        std::ofstream out(sondrel::fuzz::workFolder() / "settings.conf", std::ios::binary | std::ios::trunc);
         out << text;
     }
-    sondrel::Settings settings = sondrel::Settings::load(workFolder().string());
+    sondrel::Settings settings = sondrel::Settings::load(sondrel::fuzz::workFolder().string());
     for (const char* key :
          {"LogPath", "LogAllFiles", "LogPriv", "LogDups", "SuppressTimeErrors", "MPEG4_MulAtoms",
           "MPEG4_MulData", "LogID3v1", "LogPrompt", "FirstTimeUsage", "LogFixedFontSize", "Unknown"}) {

@@ -27,31 +27,12 @@ constexpr std::array<const char*, 16> kExtensions = {"mp3", "mp2",  "flac", "ogg
                                                      "aif", "aiff", "dsf",  "dff", "ape",  "wv",
                                                      "m4a", "m4b",  "aifc", "txt"};
 
-// A temporary folder for this process, made once and removed at exit.
-fs::path makeFolder() {
-    std::string pattern = (fs::temp_directory_path() / "sondrel-fuzz-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) std::abort();
-    return pattern;
-}
-void removeFolder();
-const fs::path& workFolder() {
-    static const fs::path folder = makeFolder();
-    // Registered after the path itself, so it runs before the path is destroyed.
-    static const bool cleanup = (std::atexit(removeFolder), true);
-    (void)cleanup;
-    return folder;
-}
-void removeFolder() {
-    std::error_code ec;
-    fs::remove_all(workFolder(), ec);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1) return 0;
     const uint8_t mode = data[0];
-    const fs::path folder = workFolder() / "in";
+    const fs::path folder = sondrel::fuzz::workFolder() / "in";
     std::error_code ec;
     fs::remove_all(folder, ec);
     fs::create_directories(folder, ec);
@@ -71,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         selection.folders.insert(folder.string());
 
     sondrel::LogWriter log;
-    if (log.openLog((workFolder() / "log.txt").string())) return 0;
+    if (log.openLog((sondrel::fuzz::workFolder() / "log.txt").string())) return 0;
     sondrel::WorkThread scan(std::move(selection), settings, log, {}, (mode & 0x40) ? 2 : 1);
     scan.main();
     log.closeLog();
