@@ -61,6 +61,7 @@ const ProblemCode kTable[] = {
 
     {"file.check-budget", D,
      "Too many *: the check stopped after *\n"
+     "ID3 tag of * bytes is larger than the * bytes this check reads; it was not checked\n"
      "Problem list stopped after * lines: * more problems in this file were not logged\n"
      "Metadata items of this file exceed * bytes; later items were not checked\n"
      "'*' (*) has more than * entries; later ones were not checked\n"

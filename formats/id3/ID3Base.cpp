@@ -36,6 +36,12 @@ constexpr const char* kTooManyFrames = "Too many frames: the check stopped after
 // this many is made to exhaust the checker (each frame may store an item and
 // log problems), and its walk stops.
 constexpr uint64_t kMaxFrames = 100000;
+// A tag is read whole (unsynchronisation and the frame walk need it), so its
+// size is the checker's memory. Real tags, even with several large pictures,
+// stay far below this; a larger one is reported and passed over.
+constexpr uint64_t kMaxTagBytes = 64 * 1024 * 1024;
+constexpr const char* kTagTooLarge =
+    "ID3 tag of {} bytes is larger than the {} bytes this check reads; it was not checked";
 
 // Header flags.
 constexpr uint64_t kFlagUnsynchronised = 0x80;
@@ -220,6 +226,10 @@ bool ID3Base::readID3Header(ID3TagHeader& h) {
         }
     }
 
+    if (total > kMaxTagBytes) {
+        theTag->logError(kFatal, pos, fmt::format(kTagTooLarge, total, kMaxTagBytes));
+        return false;
+    }
     std::optional<Bytes> whole = fileHandle->readDataAtOffset(pos, total);
     if (!whole) {
         theTag->logError(kFile, pos, kReadError);
