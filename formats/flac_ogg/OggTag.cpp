@@ -86,7 +86,9 @@ class OggTag::PageBlocks {
   public:
     static constexpr size_t kBlockSize = 1024 * 1024;
 
-    PageBlocks(FileHandle& file, uint64_t fileSize) : file_(file), fileSize_(fileSize), buffer_(kBlockSize) {}
+    // A file smaller than a block gets a buffer of its own size.
+    PageBlocks(FileHandle& file, uint64_t fileSize)
+        : file_(file), fileSize_(fileSize), buffer_(size_t(std::min<uint64_t>(kBlockSize, fileSize))) {}
 
     // The `length` bytes at file offset `offset`, or null when the file
     // does not hold them or they cannot be read.
