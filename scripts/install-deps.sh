@@ -15,7 +15,7 @@ packages=(
   # the formats' own libraries, for verifying the audio
   libflac-dev
   # tests and benchmarks
-  libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time
+  libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine
   # desktop application and its headless tests
   qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks

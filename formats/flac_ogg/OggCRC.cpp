@@ -2,9 +2,15 @@
 
 #include <array>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace sondrel::oggcrc {
 
 namespace {
+
+constexpr uint32_t kPolynomial = 0x04C11DB7u;
 
 using Table = std::array<uint32_t, 256>;
 
@@ -15,7 +21,7 @@ constexpr std::array<Table, 8> makeTables() {
     std::array<Table, 8> t{};
     for (uint32_t b = 0; b < 256; ++b) {
         uint32_t r = b << 24;
-        for (int bit = 0; bit < 8; ++bit) r = (r & 0x80000000u) ? (r << 1) ^ 0x04C11DB7u : r << 1;
+        for (int bit = 0; bit < 8; ++bit) r = (r & 0x80000000u) ? (r << 1) ^ kPolynomial : r << 1;
         t[0][b] = r;
     }
     for (size_t k = 1; k < 8; ++k)
@@ -25,6 +31,85 @@ constexpr std::array<Table, 8> makeTables() {
 
 constexpr std::array<Table, 8> kTables = makeTables();
 
+#if defined(__x86_64__)
+// x^n modulo the polynomial, for the folding constants.
+constexpr uint64_t xPowerMod(unsigned n) {
+    uint32_t r = 1;
+    for (unsigned i = 0; i < n; ++i) r = (r & 0x80000000u) ? (r << 1) ^ kPolynomial : r << 1;
+    return r;
+}
+
+// Folding: the message is taken 16 bytes at a time as a 128-bit polynomial
+// (first byte highest). An accumulator A = H·x^64 + L that must move d bits
+// further along the message becomes H·(x^(d+64) mod P) + L·(x^d mod P): the
+// same remainder modulo P, in at most 96 bits, so the next block can be
+// added to it with a plain xor. Four accumulators 64 bytes apart keep the
+// multiplier busy; at the end they are folded into one, and its 16 bytes go
+// through the table like any other message bytes, which also makes the
+// final reduction the table's job.
+__attribute__((target("pclmul,ssse3"))) __m128i fold(__m128i a, __m128i k, __m128i next) {
+    return _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(a, k, 0x11), _mm_clmulepi64_si128(a, k, 0x00)),
+                         next);
+}
+
+__attribute__((target("pclmul,ssse3"))) __m128i byteReversal() {
+    return _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+}
+
+// Sixteen message bytes as one polynomial, the first byte highest.
+__attribute__((target("pclmul,ssse3"))) __m128i load(const uint8_t* at) {
+    return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at)), byteReversal());
+}
+
+__attribute__((target("pclmul,ssse3"))) uint32_t updateFolding(uint32_t crc, const uint8_t* p,
+                                                               size_t length) {
+    if (length < 128) return updateSliced(crc, p, length);
+    const __m128i reverse = byteReversal();
+    const __m128i by512 = _mm_set_epi64x(int64_t(xPowerMod(512 + 64)), int64_t(xPowerMod(512)));
+    const __m128i by384 = _mm_set_epi64x(int64_t(xPowerMod(384 + 64)), int64_t(xPowerMod(384)));
+    const __m128i by256 = _mm_set_epi64x(int64_t(xPowerMod(256 + 64)), int64_t(xPowerMod(256)));
+    const __m128i by128 = _mm_set_epi64x(int64_t(xPowerMod(128 + 64)), int64_t(xPowerMod(128)));
+
+    // The running CRC stands for the message so far; it is added to the
+    // first four bytes, exactly as the register of the byte form would.
+    __m128i a0 = _mm_xor_si128(load(p), _mm_set_epi32(int(crc), 0, 0, 0));
+    __m128i a1 = load(p + 16), a2 = load(p + 32), a3 = load(p + 48);
+    p += 64;
+    length -= 64;
+    while (length >= 64) {
+        a0 = fold(a0, by512, load(p));
+        a1 = fold(a1, by512, load(p + 16));
+        a2 = fold(a2, by512, load(p + 32));
+        a3 = fold(a3, by512, load(p + 48));
+        p += 64;
+        length -= 64;
+    }
+    __m128i a = fold(a0, by384, fold(a1, by256, fold(a2, by128, a3)));
+    while (length >= 16) {
+        a = fold(a, by128, load(p));
+        p += 16;
+        length -= 16;
+    }
+    alignas(16) uint8_t last[16];
+    _mm_store_si128(reinterpret_cast<__m128i*>(last), _mm_shuffle_epi8(a, reverse));
+    return updateSliced(updateSliced(0, last, sizeof last), p, length);
+}
+
+using UpdateFn = uint32_t (*)(uint32_t, const uint8_t*, size_t);
+
+UpdateFn chooseUpdate() {
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3")) return updateFolding;
+    return updateSliced;
+}
+
+// Chosen once, on first use.
+UpdateFn fastest() {
+    static const UpdateFn chosen = chooseUpdate();
+    return chosen;
+}
+#endif
+
 }  // namespace
 
 uint32_t updateBytewise(uint32_t crc, const uint8_t* bytes, size_t length) {
@@ -32,7 +117,7 @@ uint32_t updateBytewise(uint32_t crc, const uint8_t* bytes, size_t length) {
     return crc;
 }
 
-uint32_t update(uint32_t crc, const uint8_t* p, size_t length) {
+uint32_t updateSliced(uint32_t crc, const uint8_t* p, size_t length) {
     const auto& t = kTables;
     while (length >= 8) {
         // The first four bytes meet the running CRC; the CRC is most
@@ -44,6 +129,22 @@ uint32_t update(uint32_t crc, const uint8_t* p, size_t length) {
         length -= 8;
     }
     return updateBytewise(crc, p, length);
+}
+
+uint32_t update(uint32_t crc, const uint8_t* bytes, size_t length) {
+#if defined(__x86_64__)
+    return fastest()(crc, bytes, length);
+#else
+    return updateSliced(crc, bytes, length);
+#endif
+}
+
+bool hasFolding() {
+#if defined(__x86_64__)
+    return fastest() != updateSliced;
+#else
+    return false;
+#endif
 }
 
 }  // namespace sondrel::oggcrc

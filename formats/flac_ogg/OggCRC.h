@@ -8,12 +8,19 @@
 
 namespace sondrel::oggcrc {
 
-// Feeds `length` bytes into a running CRC, eight bytes per step through
-// sliced tables; the result equals that of updateBytewise.
+// Feeds `length` bytes into a running CRC by the fastest form the processor
+// offers: carry-less multiplication folding where it has it, the sliced
+// tables otherwise. The result always equals that of updateBytewise.
 uint32_t update(uint32_t crc, const uint8_t* bytes, size_t length);
 
+// Eight bytes per step through sliced tables; the portable fallback.
+uint32_t updateSliced(uint32_t crc, const uint8_t* bytes, size_t length);
+
 // The plain table-driven form, one byte per step: the reference that the
-// fast path is tested and measured against.
+// fast paths are tested and measured against.
 uint32_t updateBytewise(uint32_t crc, const uint8_t* bytes, size_t length);
+
+// True when update() folds with carry-less multiplication on this processor.
+bool hasFolding();
 
 }  // namespace sondrel::oggcrc

@@ -77,19 +77,59 @@ OggTag::OggTag(const std::string& path, Tag& tag) : FlacTag(path, tag, NoCheck{}
     closeFile();
 }
 
+// Pages are read from the file in large blocks rather than one read per
+// header and per body. A page that straddles the end of a block is moved to
+// the front of the buffer and the block is filled up behind it; a page is at
+// most 27 + 255 + 255 * 255 bytes, far less than a block, so one refill
+// always makes the whole page available when the file holds it.
+class OggTag::PageBlocks {
+  public:
+    static constexpr size_t kBlockSize = 1024 * 1024;
+
+    // A file smaller than a block gets a buffer of its own size.
+    PageBlocks(FileHandle& file, uint64_t fileSize)
+        : file_(file), fileSize_(fileSize), buffer_(size_t(std::min<uint64_t>(kBlockSize, fileSize))) {}
+
+    // The `length` bytes at file offset `offset`, or null when the file
+    // does not hold them or they cannot be read.
+    const uint8_t* bytesAt(uint64_t offset, size_t length) {
+        if (offset >= start_ && offset - start_ <= filled_ && length <= filled_ - (offset - start_))
+            return buffer_.data() + (offset - start_);
+        if (!fits(fileSize_, offset, length) || length > buffer_.size()) return nullptr;
+        size_t kept = 0;
+        if (offset >= start_ && offset - start_ < filled_) {
+            kept = filled_ - size_t(offset - start_);
+            std::memmove(buffer_.data(), buffer_.data() + (offset - start_), kept);
+        }
+        start_ = offset;
+        filled_ = kept;
+        const uint64_t want = std::min<uint64_t>(buffer_.size(), fileSize_ - offset);
+        if (want > kept && !file_.readInto(offset + kept, buffer_.data() + kept, want - kept)) return nullptr;
+        filled_ = size_t(want);
+        return buffer_.data();
+    }
+
+  private:
+    FileHandle& file_;
+    uint64_t fileSize_;
+    Bytes buffer_;
+    uint64_t start_ = 0;
+    size_t filled_ = 0;
+};
+
 void OggTag::readPages() {
     uint64_t pos = 0;
     effectiveFileSize = fileSize;
     bool afterEnd = false;
-    uint8_t header[OGGPage::kHeaderSize];
-    Bytes body;
+    PageBlocks blocks(*fileHandle, fileSize);
     for (;;) {
         // A tail too short for a page header is ignored.
-        if (!fits(fileSize, pos, sizeof header)) {
+        if (!fits(fileSize, pos, OGGPage::kHeaderSize)) {
             effectiveFileSize = pos;
             break;
         }
-        if (!fileHandle->readInto(pos, header, sizeof header)) {
+        const uint8_t* header = blocks.bytesAt(pos, OGGPage::kHeaderSize);
+        if (header == nullptr) {
             theTag->logError(kFatal, pos, kPageHeaderError);
             return;
         }
@@ -111,34 +151,45 @@ void OggTag::readPages() {
         const uint32_t sequence = le32(header + 18);
         const uint32_t storedCRC = le32(header + kCRCField);
         const uint8_t segments = header[26];
-        uint8_t lacing[255];
-        if (segments != 0 && !fileHandle->readInto(pos + sizeof header, lacing, segments)) {
+        const uint8_t* page = blocks.bytesAt(pos, OGGPage::kHeaderSize + segments);
+        if (page == nullptr) {
             theTag->logError(kFatal, pos, kSegmentListError);
             return;
         }
-        OGGPage page(pos, flags, std::vector<uint8_t>(lacing, lacing + segments));
+        const uint8_t* lacing = page + OGGPage::kHeaderSize;
+        size_t bodySize = 0;
+        for (size_t i = 0; i < segments; ++i) bodySize += lacing[i];
         if (sequence != expectedPageNum) theTag->logError(kContainer, pos, kPageFault);
         expectedPageNum = uint64_t(sequence) + 1;
 
-        // The stored CRC is counted as zeros.
-        std::memset(header + kCRCField, 0, 4);
-        uint32_t crc = oggcrc::update(0, header, sizeof header);
-        crc = oggcrc::update(crc, lacing, segments);
-        body.resize(page.lengthForSegment(0, OGGPage::kNoIndex));
-        if (!body.empty() && !fileHandle->readInto(pos + page.firstDataOffset(), body.data(), body.size())) {
+        const size_t pageSize = OGGPage::kHeaderSize + segments + bodySize;
+        page = blocks.bytesAt(pos, pageSize);
+        if (page == nullptr) {
             theTag->logError(kFatal, pos, kBodyReadError);
             return;
         }
-        crc = oggcrc::update(crc, body.data(), body.size());
+        // The header and lacing values may have moved in the buffer.
+        lacing = page + OGGPage::kHeaderSize;
+        const ByteSpan body(page + OGGPage::kHeaderSize + segments, bodySize);
+        // The stored CRC is counted as zeros; the rest of the page is one run.
+        static constexpr uint8_t kZeros[4] = {};
+        uint32_t crc = oggcrc::update(0, page, kCRCField);
+        crc = oggcrc::update(crc, kZeros, sizeof kZeros);
+        crc = oggcrc::update(crc, page + kCRCField + 4, pageSize - kCRCField - 4);
         if (crc != storedCRC) theTag->logError(kContainer, pos, kCRCError);
 
         if (pageCount == 0) firstGP = granule;
         lastGP = granule;
         lastFlags = flags;
         const uint64_t index = pageCount++;
-        const bool goOn = status == kHeadersDone || collectHeaderPackets(page, index, body);
-        pos += page.totalSize();
-        lastPage = std::move(page);
+        // Only the header packets need the page's segments; the audio pages
+        // behind them are checked without building one.
+        bool goOn = true;
+        if (status != kHeadersDone)
+            goOn = collectHeaderPackets(OGGPage(pos, flags, std::vector<uint8_t>(lacing, lacing + segments)),
+                                        index, body);
+        pos += pageSize;
+        lastPageEnd = pos;
         if (!goOn) break;
         if (flags & kEndOfStream) afterEnd = true;
         if (pos == fileSize) break;
@@ -270,8 +321,8 @@ void OggTag::endChecks() {
         theTag->logError(kFatal, 0, kNoIdentification);
     } else if (!p3_good) {
         theTag->logError(kFatal, 0, kNoComment);
-    } else if (lastPage) {
-        actualEOF = lastPage->offset() + lastPage->totalSize();
+    } else if (lastPageEnd) {
+        actualEOF = *lastPageEnd;
     }
 }
 

@@ -21,6 +21,7 @@ class OggTag : public FlacTag {
     OggTag(const std::string& path, Tag& tag);
 
   private:
+    class PageBlocks;
     enum Status { kCollectingIdentification, kCollectingComment, kHeadersDone };
 
     void readPages();
@@ -43,7 +44,7 @@ class OggTag : public FlacTag {
     uint64_t expectedPageNum = 0;
     uint8_t lastFlags = 0;
     uint64_t actualEOF = 0;
-    std::optional<OGGPage> lastPage;
+    std::optional<uint64_t> lastPageEnd;  // where the last page walked ends
 
     std::optional<OGGPacket> p1, p3;
     bool p1_good = false, p3_good = false;
