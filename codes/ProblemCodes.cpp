@@ -550,7 +550,7 @@ const ProblemCode kTable[] = {
     {"wv.audio-damaged", D,
      "WavPack file holds no audio block\nWavPack block checksum mismatch at *\n"
      "WavPack block at * is cut short by the end of the file\nWavPack lost sync after *: * bytes are not "
-     "audio blocks",
+     "audio blocks\nWavPack decoder cannot open the file: *\nWavPack decoded audio fails its checksum at *",
      "WavPack audio blocks are missing, cut or fail their checksum; the audio there is lost.",
      "Replace the file from a good copy."},
     {"wv.block-order", E, "WavPack block at * is out of sequence (expected *)",
@@ -559,13 +559,17 @@ const ProblemCode kTable[] = {
     {"wv.trailing-data", E, "* bytes after the last WavPack block are not audio",
      "Bytes that are neither audio nor a tag follow the audio: a failed write or another file's tail.",
      "Remove the bytes (re-encode or re-tag the file)."},
-    {"wv.total-samples", E, "WavPack blocks hold * of audio, the header declares *",
+    {"wv.total-samples", E,
+     "WavPack blocks hold * of audio, the header declares *\nWavPack decoded audio lasts *, the header "
+     "declares *",
      "The audio is shorter or longer than the header declares; usually a cut file.",
      "Replace the file from a good copy."},
     {"mp3.audio-damaged", D,
      "MPEG audio holds no frames\nMPEG audio lost sync at *: * bytes are not audio frames\n"
      "MPEG audio frame at * is cut short by the end of the file\n"
-     "LAME tag audio CRC mismatch: the audio frames are damaged",
+     "LAME tag audio CRC mismatch: the audio frames are damaged\n"
+     "MPEG audio decoder error at *: *\nMPEG audio decoder lost sync at *: * bytes skipped\n"
+     "MPEG audio decoder stopped at *: * bytes were not decoded",
      "MPEG audio frames are missing, cut or damaged; players skip or click there.",
      "Replace the file from a good copy."},
     {"mp3.trailing-data", E, "* bytes after the last MPEG audio frame are not audio",

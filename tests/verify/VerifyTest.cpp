@@ -188,6 +188,47 @@ TEST(Verify, Mpeg4SampleTables) {
               std::string::npos);
 }
 
+// What only the decoders see: the bytes the MPEG decoder skipped or could
+// not decode, a WavPack block whose decoded samples fail their CRC.
+TEST(Verify, DecoderFindings) {
+    verify::install();
+    if (!haveTool("lame") || !haveTool("wavpack")) GTEST_SKIP() << "lame or wavpack missing";
+    TempDir dir;
+    const std::string wav = dir.path() + "/tone.wav";
+    ASSERT_TRUE(run("ffmpeg -v error -f lavfi -i sine=duration=4 -ac 2 '" + wav + "'"));
+    struct Row {
+        const char* file;
+        std::string command;
+        std::function<void(Bytes&)> damage;
+        const char* line;  // the start of the decoder's line
+    };
+    const auto zero = [](size_t from, size_t count) {
+        return [=](Bytes& b) {
+            std::fill_n(b.begin() + long(b.size() * from / 8), std::min(count, b.size() / 2), 0);
+        };
+    };
+    const std::vector<Row> rows = {
+        {"a.mp3", "lame --quiet -V 4 {in} {out}", zero(3, 4000), "  Audio: MPEG audio decoder lost sync at "},
+        {"b.mp3", "lame --quiet -V 4 {in} {out}", zero(4, ~size_t(0)),
+         "  Audio: MPEG audio decoder stopped at "},
+        {"a.wv", "wavpack -q -y {in} -o {out}", [](Bytes& b) { b[b.size() / 2] ^= 0x10; },
+         "  Audio: WavPack decoded audio fails its checksum at "},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.file);
+        const std::string out = dir.path() + "/" + row.file;
+        std::string command = row.command;
+        command.replace(command.find("{in}"), 4, "'" + wav + "'");
+        command.replace(command.find("{out}"), 5, "'" + out + "'");
+        ASSERT_TRUE(run(command));
+        Bytes b = readBytes(out);
+        row.damage(b);
+        EXPECT_EQ(problemsFor(row.file, b, {{"Verify", "quick"}}).find(row.line), std::string::npos);
+        const std::string full = problemsFor(row.file, b, {{"Verify", "full"}});
+        EXPECT_NE(full.find(row.line), std::string::npos) << full;
+    }
+}
+
 TEST(Verify, FlacWithoutSignatureAndDecodedMismatch) {
     verify::install();
     if (!haveTool("flac")) GTEST_SKIP() << "flac missing";
