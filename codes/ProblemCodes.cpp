@@ -397,6 +397,12 @@ const ProblemCode kTable[] = {
      "The size in the RIFF/RF64 header disagrees with the file: the file was cut short, had bytes "
      "appended, or a streaming writer never filled in the size.",
      "Save the file again with an audio editor, or replace it."},
+    {"wav.audio-frames", E,
+     "WAV audio data of * bytes is not a whole number of *-byte sample frames\n"
+     "WAV audio data holds * sample frames, the header declares *",
+     "The sound data ends inside a sample frame, or holds more or fewer frames than the 'fact' or 'ds64' "
+     "count; usually a cut or badly joined file, and the end of the audio is lost or misread.",
+     "Replace the file from a good copy, or rewrite it with an audio editor."},
     {"wav.duplicate-chunk", E, "The file contains more than one data chunk\nMore than one ds64 chunk",
      "A chunk that must be unique appears twice; readers use one and ignore the other.",
      "Save the file again with an audio editor."},
@@ -413,6 +419,12 @@ const ProblemCode kTable[] = {
      "The size in the FORM header (DSDIFF: FRM8) disagrees with the file: it was cut short or had "
      "bytes appended.",
      "Save the file again with an audio editor, or replace it."},
+    {"aiff.audio-frames", E,
+     "AIFF audio data of * bytes is not a whole number of *-byte sample frames\n"
+     "AIFF audio data holds * sample frames, the COMM chunk declares *",
+     "The sound data ends inside a sample frame, or holds more or fewer frames than the COMM chunk "
+     "declares; usually a cut file, and players stop early or read past the audio.",
+     "Replace the file from a good copy, or rewrite it with an audio editor."},
     {"aiff.duplicate-comm", E, "More than one COMM chunk",
      "The audio description appears twice; readers may use either.", "Save the file again."},
     {"aiff.chunk-overflow", D,

@@ -61,6 +61,14 @@ constexpr const char* kOggGranule = "Ogg granule position goes back after {}";
 constexpr const char* kOggTrailing = "{} bytes after the last Ogg page are not audio";
 constexpr const char* kOggNoEnd = "Ogg stream ends at {} without its end-of-stream page";
 
+// WAV and AIFF sound data, measured without reading the samples
+constexpr const char* kWavPartialFrame =
+    "WAV audio data of {} bytes is not a whole number of {}-byte sample frames";
+constexpr const char* kWavSampleCount = "WAV audio data holds {} sample frames, the header declares {}";
+constexpr const char* kAiffPartialFrame =
+    "AIFF audio data of {} bytes is not a whole number of {}-byte sample frames";
+constexpr const char* kAiffSampleCount = "AIFF audio data holds {} sample frames, the COMM chunk declares {}";
+
 // MPEG-4 sample tables
 constexpr const char* kMp4ChunkOutsideFile =
     "MPEG-4 track {} chunk {} ({} bytes) lies beyond the end of the file";

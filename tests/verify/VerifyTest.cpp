@@ -229,6 +229,31 @@ TEST(Verify, DecoderFindings) {
     }
 }
 
+// Uncompressed sound data is measured, not read: a cut inside a sample frame
+// draws both the partial frame and the short count.
+TEST(Verify, SoundDataIsWholeFramesAsDeclared) {
+    verify::install();
+    if (!haveTool("sox")) GTEST_SKIP() << "sox missing";
+    TempDir dir;
+    const std::string wav = dir.path() + "/tone.wav";
+    ASSERT_TRUE(run("ffmpeg -v error -f lavfi -i sine=duration=1 -ac 2 '" + wav + "'"));
+    for (const char* name : {"a.wav", "a.aiff", "a.aifc"}) {
+        SCOPED_TRACE(name);
+        const std::string out = dir.path() + "/" + name;
+        ASSERT_TRUE(run("sox '" + wav + "' '" + out + "'"));
+        Bytes b = readBytes(out);
+        EXPECT_EQ(problemsFor(name, b, {{"Verify", "quick"}}), "");
+        b.resize(b.size() - 3);
+        EXPECT_EQ(audioLines(problemsFor(name, b)), 0u);
+        const std::string quick = problemsFor(name, b, {{"Verify", "quick"}});
+        EXPECT_NE(quick.find("is not a whole number of 4-byte sample frames"), std::string::npos) << quick;
+        // A plain PCM WAV file declares no count of its own.
+        if (std::string_view(name) != "a.wav") {
+            EXPECT_NE(quick.find("sample frames, the COMM chunk"), std::string::npos) << quick;
+        }
+    }
+}
+
 TEST(Verify, FlacWithoutSignatureAndDecodedMismatch) {
     verify::install();
     if (!haveTool("flac")) GTEST_SKIP() << "flac missing";
