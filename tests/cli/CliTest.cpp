@@ -65,7 +65,8 @@ TEST(CliExit, NothingToCheckIsAnErrorAndEverySkippedPathIsNamed) {
     d.write("notes.txt", std::string("x"));
     auto r = runCli(d, "--log log.txt notes.txt missing.mp3 .");
     EXPECT_EQ(r.status, 2) << "the folder '.' is kept, but missing.mp3 could not be checked: " << r.err;
-    EXPECT_NE(r.err.find("0 files scanned. 0 errors logged. 1 could not be read.\n"), std::string::npos)
+    EXPECT_NE(r.err.find("0 files scanned: none with problems. 0 problems logged. 1 could not be read.\n"),
+              std::string::npos)
         << r.err;
     auto r2 = runCli(d, "--log log.txt notes.txt missing.mp3");
     EXPECT_EQ(r2.status, 2);
@@ -297,11 +298,21 @@ TEST(CliUnreadable, EveryInputThatCannotBeCheckedIsNamedAndTheStatusIsTwo) {
     ::chmod((d.path() + "/locked").c_str(), 0);
     const std::string D = d.path(), one = " 1 could not be read.\n";
     const std::pair<std::string, std::string> rows[] = {
-        {"t", "sondrel: " + D + "/t/sub: Permission denied\n1 file scanned. 1 error logged." + one},
-        {"locked", "sondrel: " + D + "/locked: Permission denied\n0 files scanned. 0 errors logged." + one},
-        {"t2", "sondrel: " + D + "/t2/no.flac: Permission denied\n1 file scanned. 1 error logged." + one},
+        {"t",
+         "sondrel: " + D +
+             "/t/sub: Permission denied\n1 file scanned: 1 with problems (1 damaged). 1 problem logged." +
+             one},
+        {"locked", "sondrel: " + D +
+                       "/locked: Permission denied\n0 files scanned: none with problems. 0 problems logged." +
+                       one},
+        {"t2", "sondrel: " + D +
+                   "/t2/no.flac: Permission denied\n1 file scanned: 1 with problems (1 with errors). 1 "
+                   "problem logged." +
+                   one},
         {"locked/x.mp3 t/ok.flac",
-         "sondrel: locked/x.mp3: Permission denied\n1 file scanned. 1 error logged." + one},
+         "sondrel: locked/x.mp3: Permission denied\n1 file scanned: 1 with problems (1 damaged). 1 problem "
+         "logged." +
+             one},
     };
     for (const auto& [paths, err] : rows) {
         EXPECT_EQ(runShell(d, as + "\"$S\" --log out/log.txt " + paths + " 2>err"), 2) << paths;
