@@ -451,6 +451,12 @@ const ProblemCode kTable[] = {
     {"dsf.size-mismatch", D, "The contained file size of * does not match the actual file size of *",
      "The size in the DSD header disagrees with the file: it was cut short or had bytes appended.",
      "Replace the file from a good copy."},
+    {"dsf.audio-blocks", E,
+     "DSF audio data of * bytes is not a whole number of *-byte groups of channel blocks\n"
+     "DSF audio data holds * blocks per channel, the sample count needs *",
+     "The sound data ends inside a block, or holds more or fewer blocks than the sample count in the 'fmt ' "
+     "chunk needs; usually a cut file, and the end of the audio is lost.",
+     "Replace the file from a good copy."},
     {"dsf.format", E, "File format is not 1\nUnexpected fmt chunk size",
      "The format description has a version or size other than the one defined.", "Export the file again."},
     {"dsf.tag-position", D,

@@ -69,6 +69,11 @@ constexpr const char* kAiffPartialFrame =
     "AIFF audio data of {} bytes is not a whole number of {}-byte sample frames";
 constexpr const char* kAiffSampleCount = "AIFF audio data holds {} sample frames, the COMM chunk declares {}";
 
+constexpr const char* kDsfPartialBlock =
+    "DSF audio data of {} bytes is not a whole number of {}-byte groups of channel blocks";
+constexpr const char* kDsfBlockCount =
+    "DSF audio data holds {} blocks per channel, the sample count needs {}";
+
 // MPEG-4 sample tables
 constexpr const char* kMp4ChunkOutsideFile =
     "MPEG-4 track {} chunk {} ({} bytes) lies beyond the end of the file";

@@ -133,4 +133,25 @@ void verifyAiff(Tag& tag, Findings& findings) {
         findings.add(soundStart, fmt::format(msg::kAiffSampleCount, bytes / *frameBytes, *declared));
 }
 
+void verifyDsf(Tag& tag, Findings& findings) {
+    uint64_t end = 0;
+    auto file = tag.setupFile(end);
+    // The "DSD " chunk (28 bytes), the "fmt " chunk (52) and the "data" chunk's header (12).
+    constexpr uint64_t kAudio = 28 + 52 + 12;
+    uint8_t h[kAudio];
+    if (!file || end < kAudio || !file->readInto(0, h, kAudio)) return;
+    if (be32(h) != fourcc("DSD ") || be32(h + 28) != fourcc("fmt ") || be32(h + 80) != fourcc("data")) return;
+    const uint32_t channels = le32(h + 52), bits = le32(h + 60), blockSize = le32(h + 72);
+    const uint64_t samples = le64(h + 64), dataSize = le64(h + 84);
+    if (channels == 0 || blockSize == 0 || (bits != 1 && bits != 8) || dataSize < 12) return;
+    // Each channel's samples fill whole blocks, the last one padded.
+    const uint64_t perChannel = bits == 1 ? samples / 8 + (samples % 8 ? 1 : 0) : samples;
+    const uint64_t needed = perChannel / blockSize + (perChannel % blockSize ? 1 : 0);
+    const uint64_t group = uint64_t(channels) * blockSize;
+    const uint64_t bytes = std::min(dataSize - 12, end - kAudio);
+    if (bytes % group) findings.add(kAudio, fmt::format(msg::kDsfPartialBlock, bytes, group));
+    if (bytes / group != needed)
+        findings.add(kAudio, fmt::format(msg::kDsfBlockCount, bytes / group, needed));
+}
+
 }  // namespace sondrel::verify

@@ -50,6 +50,9 @@ void verifyFile(Tag& tag, Format format) {
         case Format::AIFF:
             verifyAiff(tag, findings);
             break;
+        case Format::DSF:
+            verifyDsf(tag, findings);
+            break;
         case Format::WavPack:
             verifyWavPack(tag, *tier, findings);
             break;

@@ -14,6 +14,7 @@
 #include "core/Settings.h"
 #include "core/Tag.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/DsfBuilder.h"
 #include "verify/Verify.h"
 
 namespace sondrel {
@@ -251,6 +252,25 @@ TEST(Verify, SoundDataIsWholeFramesAsDeclared) {
         if (std::string_view(name) != "a.wav") {
             EXPECT_NE(quick.find("sample frames, the COMM chunk"), std::string::npos) << quick;
         }
+    }
+}
+
+TEST(Verify, DsfBlocksAsTheSampleCountNeeds) {
+    verify::install();
+    chunked::DsfLayout layout;
+    layout.blocksPerChannel = 3;
+    const Bytes clean = chunked::dsfFile(layout);
+    EXPECT_EQ(problemsFor("a.dsf", clean, {{"Verify", "quick"}}), problemsFor("a.dsf", clean));
+    layout.sampleCount = 3 * 4096 * 8 + 1;  // one bit into a fourth block
+    const std::pair<Bytes, std::vector<const char*>> rows[] = {
+        {Bytes(clean.begin(), clean.end() - 100),
+         {"DSF audio data of 24476 bytes is not a whole number of 8192-byte groups of channel blocks",
+          "DSF audio data holds 2 blocks per channel, the sample count needs 3"}},
+        {chunked::dsfFile(layout), {"DSF audio data holds 3 blocks per channel, the sample count needs 4"}},
+    };
+    for (const auto& [bytes, lines] : rows) {
+        const std::string log = problemsFor("a.dsf", bytes, {{"Verify", "quick"}});
+        for (const char* line : lines) EXPECT_NE(log.find(line), std::string::npos) << log;
     }
 }
 
