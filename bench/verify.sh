@@ -2,7 +2,9 @@
 # Audio verification against the formats' own test tools, on one generated
 # library (FLAC, WavPack, MP3, Ogg Vorbis and Opus made from the same noise):
 #   sondrel --verify=full, 1 job, against the sum of flac -t, wvunpack -vv,
-#   mpg123 -t, ogginfo and opusinfo over the same files;
+#   mpg123 -t, ogginfo and opusinfo over the same files (the full tier
+#   decodes FLAC, WavPack and MP3; Ogg is checked page by page, not decoded,
+#   as ogginfo and opusinfo check them);
 #   sondrel --verify=quick, 1 job, against cat of the same bytes;
 #   both again with all processors.
 # Wall and CPU time and peak memory (maximum resident set size) per run.

@@ -398,6 +398,12 @@ const ProblemCode kTable[] = {
      "The size in the RIFF/RF64 header disagrees with the file: the file was cut short, had bytes "
      "appended, or a streaming writer never filled in the size.",
      "Save the file again with an audio editor, or replace it."},
+    {"wav.audio-frames", E,
+     "WAV audio data of * bytes is not a whole number of *-byte sample frames\n"
+     "WAV audio data holds * sample frames, the header declares *",
+     "The sound data ends inside a sample frame, or holds more or fewer frames than the 'fact' or 'ds64' "
+     "count; usually a cut or badly joined file, and the end of the audio is lost or misread.",
+     "Replace the file from a good copy, or rewrite it with an audio editor."},
     {"wav.duplicate-chunk", E, "The file contains more than one data chunk\nMore than one ds64 chunk",
      "A chunk that must be unique appears twice; readers use one and ignore the other.",
      "Save the file again with an audio editor."},
@@ -414,6 +420,12 @@ const ProblemCode kTable[] = {
      "The size in the FORM header (DSDIFF: FRM8) disagrees with the file: it was cut short or had "
      "bytes appended.",
      "Save the file again with an audio editor, or replace it."},
+    {"aiff.audio-frames", E,
+     "AIFF audio data of * bytes is not a whole number of *-byte sample frames\n"
+     "AIFF audio data holds * sample frames, the COMM chunk declares *",
+     "The sound data ends inside a sample frame, or holds more or fewer frames than the COMM chunk "
+     "declares; usually a cut file, and players stop early or read past the audio.",
+     "Replace the file from a good copy, or rewrite it with an audio editor."},
     {"aiff.duplicate-comm", E, "More than one COMM chunk",
      "The audio description appears twice; readers may use either.", "Save the file again."},
     {"aiff.chunk-overflow", D,
@@ -439,6 +451,12 @@ const ProblemCode kTable[] = {
      "Replace the file from a good copy."},
     {"dsf.size-mismatch", D, "The contained file size of * does not match the actual file size of *",
      "The size in the DSD header disagrees with the file: it was cut short or had bytes appended.",
+     "Replace the file from a good copy."},
+    {"dsf.audio-blocks", E,
+     "DSF audio data of * bytes is not a whole number of *-byte groups of channel blocks\n"
+     "DSF audio data holds * blocks per channel, the sample count needs *",
+     "The sound data ends inside a block, or holds more or fewer blocks than the sample count in the 'fmt ' "
+     "chunk needs; usually a cut file, and the end of the audio is lost.",
      "Replace the file from a good copy."},
     {"dsf.format", E, "File format is not 1\nUnexpected fmt chunk size",
      "The format description has a version or size other than the one defined.", "Export the file again."},
@@ -551,7 +569,7 @@ const ProblemCode kTable[] = {
     {"wv.audio-damaged", D,
      "WavPack file holds no audio block\nWavPack block checksum mismatch at *\n"
      "WavPack block at * is cut short by the end of the file\nWavPack lost sync after *: * bytes are not "
-     "audio blocks",
+     "audio blocks\nWavPack decoder cannot open the file: *\nWavPack decoded audio fails its checksum at *",
      "WavPack audio blocks are missing, cut or fail their checksum; the audio there is lost.",
      "Replace the file from a good copy."},
     {"wv.block-order", E, "WavPack block at * is out of sequence (expected *)",
@@ -560,13 +578,17 @@ const ProblemCode kTable[] = {
     {"wv.trailing-data", E, "* bytes after the last WavPack block are not audio",
      "Bytes that are neither audio nor a tag follow the audio: a failed write or another file's tail.",
      "Remove the bytes (re-encode or re-tag the file)."},
-    {"wv.total-samples", E, "WavPack blocks hold * of audio, the header declares *",
+    {"wv.total-samples", E,
+     "WavPack blocks hold * of audio, the header declares *\nWavPack decoded audio lasts *, the header "
+     "declares *",
      "The audio is shorter or longer than the header declares; usually a cut file.",
      "Replace the file from a good copy."},
     {"mp3.audio-damaged", D,
      "MPEG audio holds no frames\nMPEG audio lost sync at *: * bytes are not audio frames\n"
      "MPEG audio frame at * is cut short by the end of the file\n"
-     "LAME tag audio CRC mismatch: the audio frames are damaged",
+     "LAME tag audio CRC mismatch: the audio frames are damaged\n"
+     "MPEG audio decoder error at *: *\nMPEG audio decoder lost sync at *: * bytes skipped\n"
+     "MPEG audio decoder stopped at *: * bytes were not decoded",
      "MPEG audio frames are missing, cut or damaged; players skip or click there.",
      "Replace the file from a good copy."},
     {"mp3.trailing-data", E, "* bytes after the last MPEG audio frame are not audio",

@@ -31,6 +31,10 @@ constexpr const char* kWvCutShort = "WavPack block at {} is cut short by the end
 constexpr const char* kWvLostSync = "WavPack lost sync after {}: {} bytes are not audio blocks";
 constexpr const char* kWvOutOfOrder = "WavPack block at {} is out of sequence (expected {})";
 constexpr const char* kWvTrailing = "{} bytes after the last WavPack block are not audio";
+// WavPack, decoded
+constexpr const char* kWvCannotDecode = "WavPack decoder cannot open the file: {}";
+constexpr const char* kWvDecodeCrc = "WavPack decoded audio fails its checksum at {}";
+constexpr const char* kWvDecodedLength = "WavPack decoded audio lasts {}, the header declares {}";
 constexpr const char* kWvTotalSamples = "WavPack blocks hold {} of audio, the header declares {}";
 
 // MPEG audio, read without decoding
@@ -41,6 +45,10 @@ constexpr const char* kMpegTrailing = "{} bytes after the last MPEG audio frame 
 constexpr const char* kMpegFrameCount = "MPEG audio holds {} frames, the {} header declares {}";
 constexpr const char* kMpegByteCount = "MPEG audio holds {} bytes, the {} header declares {}";
 constexpr const char* kLameTagCrc = "LAME tag CRC mismatch: the header frame is damaged";
+// MPEG audio, decoded
+constexpr const char* kMpegDecodeError = "MPEG audio decoder error at {}: {}";
+constexpr const char* kMpegDecoderSkipped = "MPEG audio decoder lost sync at {}: {} bytes skipped";
+constexpr const char* kMpegDecoderStopped = "MPEG audio decoder stopped at {}: {} bytes were not decoded";
 constexpr const char* kLameMusicCrc = "LAME tag audio CRC mismatch: the audio frames are damaged";
 
 // Ogg, read without decoding
@@ -52,6 +60,19 @@ constexpr const char* kOggSequence = "Ogg page sequence jumps after {}: {} pages
 constexpr const char* kOggGranule = "Ogg granule position goes back after {}";
 constexpr const char* kOggTrailing = "{} bytes after the last Ogg page are not audio";
 constexpr const char* kOggNoEnd = "Ogg stream ends at {} without its end-of-stream page";
+
+// WAV and AIFF sound data, measured without reading the samples
+constexpr const char* kWavPartialFrame =
+    "WAV audio data of {} bytes is not a whole number of {}-byte sample frames";
+constexpr const char* kWavSampleCount = "WAV audio data holds {} sample frames, the header declares {}";
+constexpr const char* kAiffPartialFrame =
+    "AIFF audio data of {} bytes is not a whole number of {}-byte sample frames";
+constexpr const char* kAiffSampleCount = "AIFF audio data holds {} sample frames, the COMM chunk declares {}";
+
+constexpr const char* kDsfPartialBlock =
+    "DSF audio data of {} bytes is not a whole number of {}-byte groups of channel blocks";
+constexpr const char* kDsfBlockCount =
+    "DSF audio data holds {} blocks per channel, the sample count needs {}";
 
 // MPEG-4 sample tables
 constexpr const char* kMp4ChunkOutsideFile =

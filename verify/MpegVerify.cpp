@@ -2,9 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <mpg123.h>
+
 #include <array>
+#include <memory>
 #include <optional>
 
+#include "core/FileHandle.h"
 #include "core/Tag.h"
 #include "verify/Messages.h"
 #include "verify/SequentialReader.h"
@@ -137,14 +141,89 @@ std::pair<uint64_t, uint64_t> audioRange(FileHandle& file, uint64_t size) {
     return {start, end};
 }
 
-}  // namespace
+// The audio range as a stream for the decoder, read through the project's
+// file access so that nothing but the decoder's own buffer is held.
+struct RangeStream {
+    FileHandle& file;
+    uint64_t start, end, pos = 0;
+};
 
-void verifyMpeg(Tag& tag, Tier, Findings& findings) {
-    uint64_t size = 0;
-    auto file = tag.setupFile(size);
-    if (!file) return;
-    const auto [start, end] = audioRange(*file, size);
-    SequentialReader reader(*file, end);
+mpg123_ssize_t readRange(void* handle, void* buffer, size_t size) {
+    auto& s = *static_cast<RangeStream*>(handle);
+    const uint64_t length = s.end - s.start;
+    if (s.pos >= length) return 0;
+    const size_t n = size_t(std::min<uint64_t>(size, length - s.pos));
+    if (!s.file.readInto(s.start + s.pos, static_cast<uint8_t*>(buffer), n)) return -1;
+    s.pos += n;
+    return mpg123_ssize_t(n);
+}
+
+off_t seekRange(void* handle, off_t offset, int whence) {
+    auto& s = *static_cast<RangeStream*>(handle);
+    const uint64_t length = s.end - s.start;
+    int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? int64_t(s.pos) : int64_t(length);
+    if (offset < 0 ? 0 - uint64_t(offset) > uint64_t(base) : uint64_t(offset) > length - uint64_t(base))
+        return -1;
+    s.pos = uint64_t(base + offset);
+    return off_t(s.pos);
+}
+
+// Decodes every frame with libmpg123. The decoder resynchronises by itself
+// after damage; a frame that does not begin where the one before it ended
+// shows where bytes were skipped.
+void decode(FileHandle& file, uint64_t start, uint64_t end, Findings& findings) {
+    std::unique_ptr<mpg123_handle, decltype(&mpg123_delete)> mh(mpg123_new(nullptr, nullptr), &mpg123_delete);
+    if (!mh) return;
+    mpg123_param(mh.get(), MPG123_ADD_FLAGS, MPG123_QUIET, 0);
+    mpg123_param(mh.get(), MPG123_RESYNC_LIMIT, -1, 0);
+    RangeStream stream{file, start, end};
+    if (mpg123_replace_reader_handle(mh.get(), &readRange, &seekRange, nullptr) != MPG123_OK ||
+        mpg123_open_handle(mh.get(), &stream) != MPG123_OK)
+        return;
+    uint64_t samples = 0, expected = 0;
+    uint32_t rate = 0;
+    size_t frameBytes = 0;  // bytes of decoded output per sample frame
+    bool first = true;
+    for (;;) {
+        off_t num = 0;
+        unsigned char* audio = nullptr;
+        size_t bytes = 0;
+        const int rc = mpg123_decode_frame(mh.get(), &num, &audio, &bytes);
+        if (rc == MPG123_DONE) break;
+        const off_t at = mpg123_framepos(mh.get());
+        const uint64_t pos = at < 0 ? 0 : uint64_t(at);
+        if (rc == MPG123_NEW_FORMAT) {
+            long r = 0;
+            int channels = 0, encoding = 0;
+            if (mpg123_getformat(mh.get(), &r, &channels, &encoding) == MPG123_OK && r > 0 && channels > 0) {
+                rate = uint32_t(r);
+                frameBytes = size_t(channels) * size_t(std::max(mpg123_encsize(encoding), 1));
+            }
+            continue;
+        }
+        if (rc != MPG123_OK) {
+            findings.add(start + pos, fmt::format(msg::kMpegDecodeError, formatTime(samples, rate),
+                                                  mpg123_strerror(mh.get())));
+            break;  // the decoder cannot go on (a read error, no further frame)
+        }
+        mpg123_frameinfo info{};
+        if (mpg123_info(mh.get(), &info) != MPG123_OK) break;
+        if (!first && pos > expected)
+            findings.add(start + expected,
+                         fmt::format(msg::kMpegDecoderSkipped, formatTime(samples, rate), pos - expected));
+        first = false;
+        expected = pos + uint64_t(std::max(info.framesize, 0));  // the header included
+        if (frameBytes) samples += bytes / frameBytes;
+    }
+    // The decoder gives up quietly where it finds no further frame.
+    if (!first && expected < end - start)
+        findings.add(start + expected, fmt::format(msg::kMpegDecoderStopped, formatTime(samples, rate),
+                                                   end - start - expected));
+}
+
+// Follows the frames without decoding them.
+void checkFrames(FileHandle& file, uint64_t start, uint64_t end, Findings& findings) {
+    SequentialReader reader(file, end);
 
     uint64_t pos = start, frames = 0, samples = 0, firstFrame = end;
     uint32_t rate = 44100;
@@ -236,6 +315,17 @@ void verifyMpeg(Tag& tag, Tier, Findings& findings) {
         findings.add(firstFrame,
                      fmt::format(msg::kMpegByteCount, pos - firstFrame, summary.name, *summary.bytes));
     if (summary.musicCrc && musicCrc != *summary.musicCrc) findings.add(firstFrame, msg::kLameMusicCrc);
+}
+
+}  // namespace
+
+void verifyMpeg(Tag& tag, Tier tier, Findings& findings) {
+    uint64_t size = 0;
+    auto file = tag.setupFile(size);
+    if (!file) return;
+    const auto [start, end] = audioRange(*file, size);
+    checkFrames(*file, start, end, findings);
+    if (tier == Tier::Full) decode(*file, start, end, findings);
 }
 
 }  // namespace sondrel::verify

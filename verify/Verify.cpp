@@ -11,6 +11,7 @@
 #include "verify/Mp4Verify.h"
 #include "verify/MpegVerify.h"
 #include "verify/OggVerify.h"
+#include "verify/PcmVerify.h"
 #include "verify/WavPackVerify.h"
 
 namespace sondrel::verify {
@@ -42,6 +43,15 @@ void verifyFile(Tag& tag, Format format) {
             break;
         case Format::Ogg:
             verifyOgg(tag, *tier, findings);
+            break;
+        case Format::WAV:
+            verifyWav(tag, findings);
+            break;
+        case Format::AIFF:
+            verifyAiff(tag, findings);
+            break;
+        case Format::DSF:
+            verifyDsf(tag, findings);
             break;
         case Format::WavPack:
             verifyWavPack(tag, *tier, findings);

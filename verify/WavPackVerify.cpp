@@ -2,9 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <wavpack/wavpack.h>
+
+#include <memory>
 #include <optional>
+#include <vector>
 
 #include "core/ByteReader.h"
+#include "core/FileHandle.h"
 #include "core/Tag.h"
 #include "verify/Messages.h"
 
@@ -111,13 +116,9 @@ uint64_t trailingTagLength(FileHandle& file, uint64_t pos, uint64_t end) {
     return 0;
 }
 
-}  // namespace
-
-void verifyWavPack(Tag& tag, Tier, Findings& findings) {
-    uint64_t end = 0;
-    auto file = tag.setupFile(end);
-    if (!file) return;
-    uint64_t pos = findBlock(*file, 0, end);
+// Follows the blocks without decoding them.
+void checkBlocks(FileHandle& file, uint64_t end, Findings& findings) {
+    uint64_t pos = findBlock(file, 0, end);
     if (pos >= end) return findings.add(0, msg::kWvNoBlock);
 
     uint32_t rate = 44100;
@@ -129,17 +130,17 @@ void verifyWavPack(Tag& tag, Tier, Findings& findings) {
     while (pos < end) {
         uint8_t head[kHeaderSize];
         std::optional<BlockHeader> h;
-        if (end - pos >= kHeaderSize && file->readInto(pos, head, kHeaderSize)) h = parseHeader(head);
+        if (end - pos >= kHeaderSize && file.readInto(pos, head, kHeaderSize)) h = parseHeader(head);
         if (!h) {
-            if (uint64_t tagLength = trailingTagLength(*file, pos, end)) {
+            if (uint64_t tagLength = trailingTagLength(file, pos, end)) {
                 pos += tagLength;
-                if (pos < end && !trailingTagLength(*file, pos, end)) {
+                if (pos < end && !trailingTagLength(file, pos, end)) {
                     findings.add(pos, fmt::format(msg::kWvTrailing, end - pos));
                     break;
                 }
                 continue;
             }
-            uint64_t next = findBlock(*file, pos + 1, end);
+            uint64_t next = findBlock(file, pos + 1, end);
             if (next >= end) {
                 findings.add(pos, fmt::format(msg::kWvTrailing, end - pos));
                 break;
@@ -157,7 +158,7 @@ void verifyWavPack(Tag& tag, Tier, Findings& findings) {
             break;
         }
         block.resize(h->size);
-        if (!file->readInto(pos, block.data(), h->size)) {
+        if (!file.readInto(pos, block.data(), h->size)) {
             findings.add(pos, msg::kReadFailed);
             break;
         }
@@ -174,6 +175,104 @@ void verifyWavPack(Tag& tag, Tier, Findings& findings) {
     }
     if (declared && samples != *declared)
         findings.add(0, fmt::format(msg::kWvTotalSamples, time(samples), time(*declared)));
+}
+
+// The file as a stream for the decoder, read through the project's file
+// access; the decoder asks for one block at a time.
+struct Stream {
+    FileHandle& file;
+    uint64_t size, pos = 0;
+    int pushed = -1;  // a byte the decoder gave back, or -1
+};
+
+int32_t readBytes(void* id, void* data, int32_t count) {
+    auto& s = *static_cast<Stream*>(id);
+    auto* out = static_cast<uint8_t*>(data);
+    int32_t done = 0;
+    if (count > 0 && s.pushed >= 0) {
+        *out++ = uint8_t(s.pushed);
+        s.pushed = -1;
+        ++done;
+    }
+    if (count <= done || s.pos >= s.size) return done;
+    const size_t n = size_t(std::min<uint64_t>(uint64_t(count - done), s.size - s.pos));
+    if (!s.file.readInto(s.pos, out, n)) return done;
+    s.pos += n;
+    return done + int32_t(n);
+}
+int64_t getPos(void* id) {
+    auto& s = *static_cast<Stream*>(id);
+    return int64_t(s.pos) - (s.pushed >= 0 ? 1 : 0);
+}
+int setPosAbs(void* id, int64_t pos) {
+    auto& s = *static_cast<Stream*>(id);
+    if (pos < 0 || uint64_t(pos) > s.size) return -1;
+    s.pos = uint64_t(pos);
+    s.pushed = -1;
+    return 0;
+}
+int setPosRel(void* id, int64_t delta, int mode) {
+    auto& s = *static_cast<Stream*>(id);
+    const int64_t base = mode == SEEK_SET ? 0 : mode == SEEK_CUR ? getPos(id) : int64_t(s.size);
+    if (delta < 0 ? 0 - uint64_t(delta) > uint64_t(base) : uint64_t(delta) > s.size - uint64_t(base))
+        return -1;
+    return setPosAbs(id, base + delta);
+}
+int pushBackByte(void* id, int c) {
+    auto& s = *static_cast<Stream*>(id);
+    if (s.pos == 0 || s.pushed >= 0) return EOF;
+    s.pushed = c & 0xFF;
+    return c;
+}
+int64_t getLength(void* id) {
+    return int64_t(static_cast<Stream*>(id)->size);
+}
+int canSeek(void*) {
+    return 1;
+}
+
+// Decodes every block with libwavpack, which checks each block's checksum
+// and the CRC of its decoded samples, and compares the decoded length with
+// the total in the header.
+void decode(FileHandle& file, uint64_t size, Findings& findings) {
+    Stream stream{file, size};
+    WavpackStreamReader64 reader{&readBytes,    nullptr,    &getPos,  &setPosAbs, &setPosRel,
+                                 &pushBackByte, &getLength, &canSeek, nullptr,    nullptr};
+    char error[80] = {};
+    std::unique_ptr<WavpackContext, decltype(&WavpackCloseFile)> wpc(
+        WavpackOpenFileInputEx64(&reader, &stream, nullptr, error, OPEN_DSD_AS_PCM, 0), &WavpackCloseFile);
+    if (!wpc) return findings.add(0, fmt::format(msg::kWvCannotDecode, error));
+    const uint32_t rate = WavpackGetSampleRate(wpc.get());
+    const int channels = std::max(WavpackGetNumChannels(wpc.get()), 1);
+    // A fixed 256 KiB of samples, whatever the channel count.
+    const uint32_t chunk = uint32_t(std::max(1, 65536 / channels));
+    std::vector<int32_t> buffer(size_t(chunk) * size_t(channels));
+    uint64_t decoded = 0;
+    int errors = 0;
+    for (;;) {
+        const uint64_t at = uint64_t(std::max<int64_t>(WavpackGetSampleIndex64(wpc.get()), 0));
+        const uint32_t n = WavpackUnpackSamples(wpc.get(), buffer.data(), chunk);
+        if (const int now = WavpackGetNumErrors(wpc.get()); now > errors) {
+            findings.add(stream.pos, fmt::format(msg::kWvDecodeCrc, formatTime(at, rate)));
+            errors = now;
+        }
+        if (n == 0) break;
+        decoded += n;
+    }
+    const int64_t declared = WavpackGetNumSamples64(wpc.get());
+    if (declared >= 0 && decoded != uint64_t(declared))
+        findings.add(stream.pos, fmt::format(msg::kWvDecodedLength, formatTime(decoded, rate),
+                                             formatTime(uint64_t(declared), rate)));
+}
+
+}  // namespace
+
+void verifyWavPack(Tag& tag, Tier tier, Findings& findings) {
+    uint64_t size = 0;
+    auto file = tag.setupFile(size);
+    if (!file) return;
+    checkBlocks(*file, size, findings);
+    if (tier == Tier::Full) decode(*file, size, findings);
 }
 
 }  // namespace sondrel::verify

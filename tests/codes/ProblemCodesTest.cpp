@@ -85,8 +85,8 @@ TEST(ProblemCodes, EveryMessageTheCheckersCanLogHasACode) {
     for (const char* f : {"Tag.cpp", "FieldValidator.cpp", "ImageValidator.cpp", "FileHandle.cpp"})
         sources.push_back(root / "core" / f);
     // Checkers wrap some messages: an ID3 frame's with its name, an item's
-    // with its code and field name. These wrappers are no messages themselves.
-    // An APE item key is a constant too, but never a message.
+    // with its code and field name. These wrappers are no messages themselves,
+    // nor is the APE item key the tag checker compares names with.
     const std::set<std::string> wrappers = {"ID3 '7' frame: 7", "Cover Art (front)"};
     const std::vector<std::string> wraps = {"", "ID3 'TIT2' frame: ", "'TIT2' (Title) ",
                                             "'TXXX' (User) [desc] "};

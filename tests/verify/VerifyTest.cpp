@@ -14,6 +14,7 @@
 #include "core/Settings.h"
 #include "core/Tag.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/DsfBuilder.h"
 #include "verify/Verify.h"
 
 namespace sondrel {
@@ -186,6 +187,91 @@ TEST(Verify, Mpeg4SampleTables) {
               std::string::npos);
     EXPECT_NE(problemsFor("a.m4a", moved, {{"Verify", "quick"}}).find("  Audio: MPEG-4 track 1 chunk 1"),
               std::string::npos);
+}
+
+// What only the decoders see: the bytes the MPEG decoder skipped or could
+// not decode, a WavPack block whose decoded samples fail their CRC.
+TEST(Verify, DecoderFindings) {
+    verify::install();
+    if (!haveTool("lame") || !haveTool("wavpack")) GTEST_SKIP() << "lame or wavpack missing";
+    TempDir dir;
+    const std::string wav = dir.path() + "/tone.wav";
+    ASSERT_TRUE(run("ffmpeg -v error -f lavfi -i sine=duration=4 -ac 2 '" + wav + "'"));
+    struct Row {
+        const char* file;
+        std::string command;
+        std::function<void(Bytes&)> damage;
+        const char* line;  // the start of the decoder's line
+    };
+    const auto zero = [](size_t from, size_t count) {
+        return [=](Bytes& b) {
+            std::fill_n(b.begin() + long(b.size() * from / 8), std::min(count, b.size() / 2), 0);
+        };
+    };
+    const std::vector<Row> rows = {
+        {"a.mp3", "lame --quiet -V 4 {in} {out}", zero(3, 4000), "  Audio: MPEG audio decoder lost sync at "},
+        {"b.mp3", "lame --quiet -V 4 {in} {out}", zero(4, ~size_t(0)),
+         "  Audio: MPEG audio decoder stopped at "},
+        {"a.wv", "wavpack -q -y {in} -o {out}", [](Bytes& b) { b[b.size() / 2] ^= 0x10; },
+         "  Audio: WavPack decoded audio fails its checksum at "},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.file);
+        const std::string out = dir.path() + "/" + row.file;
+        std::string command = row.command;
+        command.replace(command.find("{in}"), 4, "'" + wav + "'");
+        command.replace(command.find("{out}"), 5, "'" + out + "'");
+        ASSERT_TRUE(run(command));
+        Bytes b = readBytes(out);
+        row.damage(b);
+        EXPECT_EQ(problemsFor(row.file, b, {{"Verify", "quick"}}).find(row.line), std::string::npos);
+        const std::string full = problemsFor(row.file, b, {{"Verify", "full"}});
+        EXPECT_NE(full.find(row.line), std::string::npos) << full;
+    }
+}
+
+// Uncompressed sound data is measured, not read: a cut inside a sample frame
+// draws both the partial frame and the short count.
+TEST(Verify, SoundDataIsWholeFramesAsDeclared) {
+    verify::install();
+    if (!haveTool("sox")) GTEST_SKIP() << "sox missing";
+    TempDir dir;
+    const std::string wav = dir.path() + "/tone.wav";
+    ASSERT_TRUE(run("ffmpeg -v error -f lavfi -i sine=duration=1 -ac 2 '" + wav + "'"));
+    for (const char* name : {"a.wav", "a.aiff", "a.aifc"}) {
+        SCOPED_TRACE(name);
+        const std::string out = dir.path() + "/" + name;
+        ASSERT_TRUE(run("sox '" + wav + "' '" + out + "'"));
+        Bytes b = readBytes(out);
+        EXPECT_EQ(problemsFor(name, b, {{"Verify", "quick"}}), "");
+        b.resize(b.size() - 3);
+        EXPECT_EQ(audioLines(problemsFor(name, b)), 0u);
+        const std::string quick = problemsFor(name, b, {{"Verify", "quick"}});
+        EXPECT_NE(quick.find("is not a whole number of 4-byte sample frames"), std::string::npos) << quick;
+        // A plain PCM WAV file declares no count of its own.
+        if (std::string_view(name) != "a.wav") {
+            EXPECT_NE(quick.find("sample frames, the COMM chunk"), std::string::npos) << quick;
+        }
+    }
+}
+
+TEST(Verify, DsfBlocksAsTheSampleCountNeeds) {
+    verify::install();
+    chunked::DsfLayout layout;
+    layout.blocksPerChannel = 3;
+    const Bytes clean = chunked::dsfFile(layout);
+    EXPECT_EQ(problemsFor("a.dsf", clean, {{"Verify", "quick"}}), problemsFor("a.dsf", clean));
+    layout.sampleCount = 3 * 4096 * 8 + 1;  // one bit into a fourth block
+    const std::pair<Bytes, std::vector<const char*>> rows[] = {
+        {Bytes(clean.begin(), clean.end() - 100),
+         {"DSF audio data of 24476 bytes is not a whole number of 8192-byte groups of channel blocks",
+          "DSF audio data holds 2 blocks per channel, the sample count needs 3"}},
+        {chunked::dsfFile(layout), {"DSF audio data holds 3 blocks per channel, the sample count needs 4"}},
+    };
+    for (const auto& [bytes, lines] : rows) {
+        const std::string log = problemsFor("a.dsf", bytes, {{"Verify", "quick"}});
+        for (const char* line : lines) EXPECT_NE(log.find(line), std::string::npos) << log;
+    }
 }
 
 TEST(Verify, FlacWithoutSignatureAndDecodedMismatch) {
