@@ -153,10 +153,11 @@ int main(int argc, char** argv) {
     std::string minSeverity, selectCodes, ignoreCodes, explainCode, verifyTier;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 
-    app.set_version_flag(
-        "--version", fmt::format("sondrel ({}) {} (Build {})", build::kName, build::kVersion, build::kBuild));
+    app.set_version_flag("-V,--version", fmt::format("sondrel ({}) {} (Build {})", build::kName,
+                                                     build::kVersion, build::kBuild));
     app.add_option("--log", logPath,
-                   "Log file for this run (overrides LogPath); '-' writes to standard output");
+                   "Log file for this run (overrides LogPath); '-' writes to standard output")
+        ->type_name("FILE");
     app.add_flag("--force", force,
                  "Replace an existing log file even when it does not look like a log of this program");
     app.add_option("--option", options, "Override an option for this run only, as KEY=VALUE")
@@ -176,9 +177,11 @@ int main(int argc, char** argv) {
     app.add_option("--verify", verifyTier,
                    "Verify the audio itself: quick (checksums and counts the formats carry) or full "
                    "(also decode every frame) (Verify)")
-        ->check(CLI::IsMember({"off", "quick", "full"}));
+        ->check(CLI::IsMember({"off", "quick", "full"}).description(""))
+        ->type_name("off|quick|full");
     app.add_option("--jobs,-j", jobs, "Files analysed at once (default: the number of processors)")
-        ->check(CLI::Range(1u, 1024u));
+        ->check(CLI::Range(1u, 1024u).description(""))
+        ->type_name("N");
     app.add_option("--min-severity", minSeverity,
                    "Log only problems of this severity or graver: note, warning, error, damage (MinSeverity)")
         ->type_name("LEVEL");
@@ -193,7 +196,7 @@ int main(int argc, char** argv) {
     app.add_flag("--list-codes", listCodesFlag,
                  "List every problem code with its severity and messages, and exit");
     app.add_flag("--quiet,-q", quiet, "No progress and no final status on standard error");
-    app.add_option("PATH", paths, "Folders and audio files to check");
+    app.add_option("PATH", paths, "Folders and audio files to check")->type_name("");
 
     try {
         app.parse(argc, argv);

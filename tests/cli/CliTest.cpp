@@ -143,9 +143,11 @@ TEST(CliOptions, OverridesAreCheckedAndVersionAndHelpWork) {
     std::string log = slurp(d.path() + "/l.txt");
     EXPECT_NE(log.find("  " + d.path() + "/a/x.flac\n"), std::string::npos)
         << "LogAllFiles heads a clean file";
-    auto v = runCli(d, "--version");
-    EXPECT_EQ(v.status, 0);
-    EXPECT_NE(v.out.find("Sondrel"), std::string::npos);
+    for (const char* flag : {"--version", "-V"}) {
+        auto v = runCli(d, flag);
+        EXPECT_EQ(v.status, 0) << flag;
+        EXPECT_NE(v.out.find("Sondrel"), std::string::npos) << flag;
+    }
     auto h = runCli(d, "--help");
     EXPECT_EQ(h.status, 0);
     EXPECT_NE(h.out.find(".opus"), std::string::npos) << "help lists the extensions from the format table";
