@@ -228,6 +228,7 @@ bool ID3Base::readID3Header(ID3TagHeader& h) {
 
     if (total > kMaxTagBytes) {
         theTag->logError(kFatal, pos, fmt::format(kTagTooLarge, total, kMaxTagBytes));
+        tagTooLarge = true;
         return false;
     }
     std::optional<Bytes> whole = fileHandle->readDataAtOffset(pos, total);

@@ -106,6 +106,9 @@ class ID3Base : public Checker {
     uint64_t frameTagOffset = 0;
     uint64_t validateEndOfs = 0;
     bool missingID3 = false;
+    // A tag larger than the checker reads was passed over; the audio range
+    // set from its header still holds.
+    bool tagTooLarge = false;
 };
 
 }  // namespace sondrel

@@ -97,7 +97,7 @@ void ID3Tag::finishInit() {
 
     // The audio range: the whole file without tags, else what the tag reader
     // left, less the ID3v1 tag and the APE tag's items.
-    if (!tag1 && !tag2) {
+    if (!tag1 && !tag2 && !tagTooLarge) {
         audioBase = 0;
         audioSize = fileSize;
     }

@@ -19,6 +19,7 @@
 #include "tests/fixtures/DffBuilder.h"
 #include "tests/fixtures/DsfBuilder.h"
 #include "tests/fixtures/ID3Builder.h"
+#include "tests/fixtures/MpegBuilder.h"
 #include "tests/fixtures/WavBuilder.h"
 
 namespace sondrel::fixtures {
@@ -147,6 +148,29 @@ TEST(HostileFormats, OneBudgetLineAndMemoryThatDoesNotGrowWithTheCount) {
         if (s.holdsTag) allowed += long((large.size() - small.size()) * 5 / 4 / 1024);
         EXPECT_LE(largePeak - smallPeak, allowed) << smallPeak << " KB against " << largePeak << " KB";
     }
+}
+
+// A tag is read whole, so one larger than the checker's budget is named and
+// passed over; the frames after it are still found where the tag says.
+TEST(HostileFormats, AnID3TagOverTheBudgetIsNamedAndPassedOver) {
+    const uint32_t size = 64 * 1024 * 1024 + 2;
+    Bytes file = {'I',
+                  'D',
+                  '3',
+                  3,
+                  0,
+                  0,
+                  uint8_t((size >> 21) & 0x7F),
+                  uint8_t((size >> 14) & 0x7F),
+                  uint8_t((size >> 7) & 0x7F),
+                  uint8_t(size & 0x7F)};
+    file.resize(10 + size);
+    const Bytes frames = mpegFrames(MpegSpec{}, 3);
+    file.insert(file.end(), frames.begin(), frames.end());
+    EXPECT_EQ(problemsFor("a.mp3", file),
+              line(0,
+                   "Fatal: ID3 tag of 67108876 bytes is larger than the 67108864 bytes this check reads; "
+                   "it was not checked"));
 }
 
 }  // namespace
