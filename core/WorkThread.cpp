@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "codes/ProblemCodes.h"
+#include "core/FileResult.h"
 #include "core/LogWriter.h"
 #include "core/PathPredicates.h"
 #include "core/Tag.h"
@@ -40,21 +41,17 @@ std::vector<std::string> sortedCaseInsensitive(std::vector<std::string> names) {
 // A finished file's problems as the scan holds them until they are written.
 // A failed allocation while checking costs that file only: it is logged with
 // one line saying so.
-struct Checked {
-    std::string modDate;
-    std::optional<std::vector<LogError>> errors;
-    int openError = 0;  // errno when the file could not be opened
-};
+using Checked = FileResult;
 
 constexpr const char* kOutOfMemory = "The check of this file ran out of memory and stopped";
 
 Checked checkFile(const std::string& path, const Settings& settings) {
     try {
         Tag tag(path, settings);
-        return Checked{tag.modDate(), tag.takeErrors(), tag.openError()};
+        return Checked{tag.modDate(), tag.fileSize(), tag.takeErrors(), tag.openError()};
     } catch (const std::bad_alloc&) {
         return Checked{
-            modificationDate(path).value_or(""),
+            modificationDate(path).value_or(""), 0,
             std::vector<LogError>{LogError{kFile, 0, kOutOfMemory, codes::classify(kOutOfMemory)}}};
     }
 }
