@@ -569,7 +569,8 @@ const ProblemCode kTable[] = {
     {"wv.audio-damaged", D,
      "WavPack file holds no audio block\nWavPack block checksum mismatch at *\n"
      "WavPack block at * is cut short by the end of the file\nWavPack lost sync after *: * bytes are not "
-     "audio blocks\nWavPack decoder cannot open the file: *\nWavPack decoded audio fails its checksum at *",
+     "audio blocks\nWavPack decoder cannot open the file: *\nWavPack decoded audio fails its checksum at *\n"
+     "WavPack decoded audio does not match its stored MD5 signature",
      "WavPack audio blocks are missing, cut or fail their checksum; the audio there is lost.",
      "Replace the file from a good copy."},
     {"wv.block-order", E, "WavPack block at * is out of sequence (expected *)",
@@ -616,6 +617,49 @@ const ProblemCode kTable[] = {
     {"ogg.no-end-of-stream", E, "Ogg stream ends at * without its end-of-stream page",
      "The stream has no final page: the file was cut or the encoder stopped early.",
      "Replace the file from a good copy."},
+    {"ogg.decode-damaged", D,
+     "Ogg * decoder cannot open the file: *\nOgg * audio has a hole at *: packets are missing or damaged\n"
+     "Ogg * stream link at * is damaged and cannot be decoded\nOgg * decoder error at *: *",
+     "Decoding the Vorbis or Opus audio fails: packets are missing or damaged, and players skip or stop "
+     "there.",
+     "Replace the file from a good copy."},
+    {"ogg.decoded-length", E, "Ogg * decoded audio lasts *, the last granule position gives *",
+     "The decoded audio is shorter or longer than the stream's last position says; players show a wrong "
+     "length and seek badly.",
+     "Re-encode the file from a good copy."},
+    {"dff.audio-data", E,
+     "DFF sound data of * bytes is not a whole number of *-byte sample frames\n"
+     "DFF sound data holds * bytes, its chunk declares *\nDFF holds * DST frames, the frame information "
+     "declares *",
+     "The DSD sound data is shorter than its chunk declares or ends inside a frame; usually a cut file, and "
+     "the end of the audio is lost.",
+     "Replace the file from a good copy."},
+    {"ape.audio-cut", D, "Monkey's Audio file holds * bytes of audio data, the header declares *",
+     "The audio frames end before the header says they do: the file was cut and its end is lost.",
+     "Replace the file from a good copy."},
+    {"ape.seek-table", E,
+     "Monkey's Audio seek table holds * frames, the header declares *\n"
+     "Monkey's Audio frame * at * lies outside the audio data\n"
+     "Monkey's Audio frame * starts before the frame ahead of it",
+     "The seek table disagrees with the header or points outside the audio; players seek wrongly or stop.",
+     "Re-encode the file from a good copy."},
+    {"ape.audio-damaged", D,
+     "Monkey's Audio decoder cannot open the file: *\nMonkey's Audio decoder error at *: *\n"
+     "Monkey's Audio could not be read past *: *",
+     "Decoding the audio fails: frames are damaged or missing, and players skip, click or stop there.",
+     "Replace the file from a good copy."},
+    {"ape.total-samples", E, "Monkey's Audio decoded audio lasts *, the header declares *",
+     "The decoded audio is shorter or longer than the header declares; usually a cut or damaged file.",
+     "Replace the file from a good copy."},
+    {"mp4.audio-damaged", D,
+     "MPEG-4 audio decoder cannot open the file: *\nMPEG-4 audio decoder error at *: *\n"
+     "MPEG-4 audio could not be read past *: *",
+     "Decoding the track's audio fails: samples are damaged or missing, and players skip, click or stop "
+     "there.",
+     "Replace the file from a good copy."},
+    {"mp4.total-samples", E, "MPEG-4 decoded audio lasts *, the track declares *",
+     "The decoded audio is shorter or longer than the track's duration; players show a wrong length.",
+     "Remux the file (ffmpeg -c copy), or replace it."},
     {"mp4.chunk-beyond-file", D, "MPEG-4 track * chunk * (* bytes) lies beyond the end of the file",
      "The sample table points to audio past the end of the file: the file was cut short.",
      "Replace the file from a good copy."},

@@ -13,7 +13,8 @@ packages=(
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
   libavif-dev libheif-dev libjxl-dev
   # the formats' own libraries, for verifying the audio
-  libflac-dev libmpg123-dev libwavpack-dev
+  libflac-dev libmpg123-dev libwavpack-dev libvorbis-dev libopusfile-dev
+  libavformat-dev libavcodec-dev libavutil-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine
   # desktop application and its headless tests

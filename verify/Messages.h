@@ -36,6 +36,7 @@ constexpr const char* kWvCannotDecode = "WavPack decoder cannot open the file: {
 constexpr const char* kWvDecodeCrc = "WavPack decoded audio fails its checksum at {}";
 constexpr const char* kWvDecodedLength = "WavPack decoded audio lasts {}, the header declares {}";
 constexpr const char* kWvTotalSamples = "WavPack blocks hold {} of audio, the header declares {}";
+constexpr const char* kWvMd5Mismatch = "WavPack decoded audio does not match its stored MD5 signature";
 
 // MPEG audio, read without decoding
 constexpr const char* kMpegNoFrames = "MPEG audio holds no frames";
@@ -60,6 +61,12 @@ constexpr const char* kOggSequence = "Ogg page sequence jumps after {}: {} pages
 constexpr const char* kOggGranule = "Ogg granule position goes back after {}";
 constexpr const char* kOggTrailing = "{} bytes after the last Ogg page are not audio";
 constexpr const char* kOggNoEnd = "Ogg stream ends at {} without its end-of-stream page";
+// Ogg Vorbis and Opus, decoded ("Vorbis" or "Opus" fills the first field)
+constexpr const char* kOggCannotDecode = "Ogg {} decoder cannot open the file: {}";
+constexpr const char* kOggHole = "Ogg {} audio has a hole at {}: packets are missing or damaged";
+constexpr const char* kOggBadLink = "Ogg {} stream link at {} is damaged and cannot be decoded";
+constexpr const char* kOggDecodeError = "Ogg {} decoder error at {}: {}";
+constexpr const char* kOggDecodedLength = "Ogg {} decoded audio lasts {}, the last granule position gives {}";
 
 // WAV and AIFF sound data, measured without reading the samples
 constexpr const char* kWavPartialFrame =
@@ -73,6 +80,29 @@ constexpr const char* kDsfPartialBlock =
     "DSF audio data of {} bytes is not a whole number of {}-byte groups of channel blocks";
 constexpr const char* kDsfBlockCount =
     "DSF audio data holds {} blocks per channel, the sample count needs {}";
+
+// DFF sound data
+constexpr const char* kDffPartialFrame =
+    "DFF sound data of {} bytes is not a whole number of {}-byte sample frames";
+constexpr const char* kDffCutShort = "DFF sound data holds {} bytes, its chunk declares {}";
+constexpr const char* kDffDstFrames = "DFF holds {} DST frames, the frame information declares {}";
+
+// Monkey's Audio, read without decoding
+constexpr const char* kApeCutShort =
+    "Monkey's Audio file holds {} bytes of audio data, the header declares {}";
+constexpr const char* kApeSeekTable = "Monkey's Audio seek table holds {} frames, the header declares {}";
+constexpr const char* kApeFrameOutside = "Monkey's Audio frame {} at {} lies outside the audio data";
+constexpr const char* kApeFrameOrder = "Monkey's Audio frame {} starts before the frame ahead of it";
+
+// MPEG-4 and Monkey's Audio, decoded
+constexpr const char* kMp4CannotDecode = "MPEG-4 audio decoder cannot open the file: {}";
+constexpr const char* kMp4DecodeError = "MPEG-4 audio decoder error at {}: {}";
+constexpr const char* kMp4ReadError = "MPEG-4 audio could not be read past {}: {}";
+constexpr const char* kMp4DecodedLength = "MPEG-4 decoded audio lasts {}, the track declares {}";
+constexpr const char* kApeCannotDecode = "Monkey's Audio decoder cannot open the file: {}";
+constexpr const char* kApeDecodeError = "Monkey's Audio decoder error at {}: {}";
+constexpr const char* kApeReadError = "Monkey's Audio could not be read past {}: {}";
+constexpr const char* kApeDecodedLength = "Monkey's Audio decoded audio lasts {}, the header declares {}";
 
 // MPEG-4 sample tables
 constexpr const char* kMp4ChunkOutsideFile =

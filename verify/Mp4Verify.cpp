@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/Tag.h"
+#include "verify/FfmpegDecode.h"
 #include "verify/Messages.h"
 #include "verify/SequentialReader.h"
 
@@ -141,12 +142,8 @@ void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fil
         findings.add(stbl->start, fmt::format(msg::kMp4SampleCount, number, inChunks, sizes->count));
 }
 
-}  // namespace
-
-void verifyMp4(Tag& tag, Tier, Findings& findings) {
-    uint64_t size = 0;
-    auto file = tag.setupFile(size);
-    if (!file) return;
+void checkTables(FileHandle& file0, uint64_t size, Findings& findings) {
+    FileHandle* file = &file0;
     std::vector<std::pair<uint64_t, uint64_t>> mdats;
     std::optional<Box> moov;
     for (uint64_t pos = 0; pos < size;) {
@@ -164,6 +161,20 @@ void verifyMp4(Tag& tag, Tier, Findings& findings) {
         if (b->type == fourcc("trak")) checkTrack(*file, *b, ++number, size, mdats, findings);
         pos = b->end();
     }
+}
+
+}  // namespace
+
+void verifyMp4(Tag& tag, Tier tier, Findings& findings) {
+    uint64_t size = 0;
+    auto file = tag.setupFile(size);
+    if (!file) return;
+    checkTables(*file, size, findings);
+    if (tier == Tier::Full)
+        decodeWithFfmpeg(
+            *file, size, "mov",
+            {msg::kMp4CannotDecode, msg::kMp4DecodeError, msg::kMp4ReadError, msg::kMp4DecodedLength},
+            findings);
 }
 
 }  // namespace sondrel::verify

@@ -154,4 +154,62 @@ void verifyDsf(Tag& tag, Findings& findings) {
         findings.add(kAudio, fmt::format(msg::kDsfBlockCount, bytes / group, needed));
 }
 
+namespace {
+
+// DSDIFF chunks: a four-byte id and a 64-bit big-endian size, padded to an
+// even length. Calls `visit` for each chunk between `pos` and `end`.
+template <typename Visit>
+void walkDffChunks(FileHandle& file, uint64_t pos, uint64_t end, Visit visit) {
+    uint8_t h[12];
+    while (end - pos >= 12 && file.readInto(pos, h, 12)) {
+        const Chunk c{be32(h), pos + 12, be64(h + 4)};
+        if (!visit(c)) return;
+        const uint64_t padded = c.size + (c.size & 1);
+        if (c.size > end - c.offset || padded > end - c.offset) return;
+        pos = c.offset + padded;
+    }
+}
+
+}  // namespace
+
+void verifyDff(Tag& tag, Findings& findings) {
+    uint64_t end = 0;
+    auto file = tag.setupFile(end);
+    uint8_t head[16];
+    if (!file || end < 16 || !file->readInto(0, head, 16) || be32(head) != fourcc("FRM8") ||
+        be32(head + 12) != fourcc("DSD "))
+        return;
+    uint32_t channels = 0;
+    walkDffChunks(*file, 16, end, [&](const Chunk& c) {
+        const uint64_t present = std::min(c.size, end - c.offset);
+        if (c.id == fourcc("PROP") && present >= 4) {
+            walkDffChunks(*file, c.offset + 4, c.offset + present, [&](const Chunk& p) {
+                uint8_t b[2];
+                if (p.id == fourcc("CHNL") && readChunk(*file, p, end, b, 2)) channels = be16(b);
+                return true;
+            });
+        } else if (c.id == fourcc("DSD ")) {
+            if (present < c.size) findings.add(c.offset, fmt::format(msg::kDffCutShort, present, c.size));
+            if (channels && present % channels)
+                findings.add(c.offset, fmt::format(msg::kDffPartialFrame, present, channels));
+            return false;
+        } else if (c.id == fourcc("DST ")) {
+            if (present < c.size) findings.add(c.offset, fmt::format(msg::kDffCutShort, present, c.size));
+            std::optional<uint32_t> declared;
+            uint64_t frames = 0;
+            walkDffChunks(*file, c.offset, c.offset + present, [&](const Chunk& f) {
+                uint8_t b[4];
+                if (f.id == fourcc("FRTE") && readChunk(*file, f, end, b, 4)) declared = be32(b);
+                // A frame cut by the end of the file is not whole.
+                if (f.id == fourcc("DSTF") && f.size <= c.offset + present - f.offset) ++frames;
+                return true;
+            });
+            if (declared && frames != *declared)
+                findings.add(c.offset, fmt::format(msg::kDffDstFrames, frames, *declared));
+            return false;
+        }
+        return true;
+    });
+}
+
 }  // namespace sondrel::verify

@@ -10,5 +10,9 @@ namespace sondrel::verify {
 void verifyWav(Tag& tag, Findings& findings);
 void verifyAiff(Tag& tag, Findings& findings);
 void verifyDsf(Tag& tag, Findings& findings);
+// DFF: plain DSD sound data present as its chunk declares and a whole
+// number of one-byte-per-channel frames; DST sound holding as many frames
+// as its frame information declares.
+void verifyDff(Tag& tag, Findings& findings);
 
 }  // namespace sondrel::verify

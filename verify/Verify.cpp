@@ -6,6 +6,7 @@
 #include "core/LogError.h"
 #include "core/Settings.h"
 #include "core/Tag.h"
+#include "verify/ApeVerify.h"
 #include "verify/FlacVerify.h"
 #include "verify/Messages.h"
 #include "verify/Mp4Verify.h"
@@ -52,6 +53,12 @@ void verifyFile(Tag& tag, Format format) {
             break;
         case Format::DSF:
             verifyDsf(tag, findings);
+            break;
+        case Format::DFF:
+            verifyDff(tag, findings);
+            break;
+        case Format::APE:
+            verifyApe(tag, *tier, findings);
             break;
         case Format::WavPack:
             verifyWavPack(tag, *tier, findings);

@@ -31,6 +31,11 @@ void install();
 // Runs the verification the record's "Verify" option asks for.
 void verifyFile(Tag& tag, Format format);
 
+// The decoder libraries the verification uses and their versions, one
+// "name version" per line: a change of decoder can change a verdict, so a
+// cache of results keys on it.
+std::string libraryVersions();
+
 // "hh:mm:ss.mmm" for a position of `samples` at `rate` samples per second
 // (rounded down to the millisecond).
 std::string formatTime(uint64_t samples, uint32_t rate);

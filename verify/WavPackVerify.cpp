@@ -4,6 +4,12 @@
 
 #include <wavpack/wavpack.h>
 
+extern "C" {
+#include <libavutil/md5.h>
+#include <libavutil/mem.h>
+}
+
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -234,6 +240,29 @@ int canSeek(void*) {
 // Decodes every block with libwavpack, which checks each block's checksum
 // and the CRC of its decoded samples, and compares the decoded length with
 // the total in the header.
+// The bytes of decoded samples as the encoder hashed them for the stored
+// MD5: the source file's sample layout, little-endian unless it was
+// big-endian, 8-bit samples unsigned unless they were signed.
+void appendSamples(const int32_t* samples, size_t count, int bytes, int qmode, Bytes& out) {
+    out.resize(count * size_t(bytes));
+    uint8_t* p = out.data();
+    const uint32_t flip =
+        (bytes == 1 && !(qmode & QMODE_SIGNED_BYTES)) || (bytes > 1 && (qmode & QMODE_UNSIGNED_WORDS))
+            ? uint32_t(1) << (bytes * 8 - 1)
+            : 0;
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t v = uint32_t(samples[i]) ^ flip;
+        for (int b = 0; b < bytes; ++b) {
+            const int shift = (qmode & QMODE_BIG_ENDIAN) ? (bytes - 1 - b) * 8 : b * 8;
+            *p++ = uint8_t(v >> shift);
+        }
+    }
+}
+
+// Decodes every block with libwavpack, which checks each block's checksum
+// and the CRC of its decoded samples, compares the decoded length with the
+// total in the header and, when the encoder stored one, the MD5 of the
+// decoded audio.
 void decode(FileHandle& file, uint64_t size, Findings& findings) {
     Stream stream{file, size};
     WavpackStreamReader64 reader{&readBytes,    nullptr,    &getPos,  &setPosAbs, &setPosRel,
@@ -247,6 +276,15 @@ void decode(FileHandle& file, uint64_t size, Findings& findings) {
     // A fixed 256 KiB of samples, whatever the channel count.
     const uint32_t chunk = uint32_t(std::max(1, 65536 / channels));
     std::vector<int32_t> buffer(size_t(chunk) * size_t(channels));
+    // DSD audio is hashed as DSD bytes, which decoding to PCM does not give.
+    uint8_t stored[16] = {};
+    const int qmode = WavpackGetQualifyMode(wpc.get()), bytes = WavpackGetBytesPerSample(wpc.get());
+    std::unique_ptr<AVMD5, decltype(&av_free)> md5(nullptr, &av_free);
+    if (WavpackGetMD5Sum(wpc.get(), stored) && !(qmode & QMODE_DSD_AUDIO) && bytes >= 1 && bytes <= 4) {
+        md5.reset(av_md5_alloc());
+        if (md5) av_md5_init(md5.get());
+    }
+    Bytes hashed;
     uint64_t decoded = 0;
     int errors = 0;
     for (;;) {
@@ -258,11 +296,21 @@ void decode(FileHandle& file, uint64_t size, Findings& findings) {
         }
         if (n == 0) break;
         decoded += n;
+        if (md5) {
+            appendSamples(buffer.data(), size_t(n) * size_t(channels), bytes, qmode, hashed);
+            av_md5_update(md5.get(), hashed.data(), hashed.size());
+        }
     }
     const int64_t declared = WavpackGetNumSamples64(wpc.get());
     if (declared >= 0 && decoded != uint64_t(declared))
         findings.add(stream.pos, fmt::format(msg::kWvDecodedLength, formatTime(decoded, rate),
                                              formatTime(uint64_t(declared), rate)));
+    // After a block that failed, the mismatch says nothing new.
+    if (md5 && errors == 0) {
+        uint8_t sum[16];
+        av_md5_final(md5.get(), sum);
+        if (!std::equal(sum, sum + 16, stored)) findings.add(0, msg::kWvMd5Mismatch);
+    }
 }
 
 }  // namespace

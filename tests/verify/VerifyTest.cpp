@@ -14,6 +14,7 @@
 #include "core/Settings.h"
 #include "core/Tag.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/DffBuilder.h"
 #include "tests/fixtures/DsfBuilder.h"
 #include "verify/Verify.h"
 
@@ -214,6 +215,12 @@ TEST(Verify, DecoderFindings) {
          "  Audio: MPEG audio decoder stopped at "},
         {"a.wv", "wavpack -q -y {in} -o {out}", [](Bytes& b) { b[b.size() / 2] ^= 0x10; },
          "  Audio: WavPack decoded audio fails its checksum at "},
+        {"a.ogg", "oggenc -Q -o {out} {in}", zero(5, 3000), "  Audio: Ogg Vorbis audio has a hole at "},
+        {"a.opus", "opusenc --quiet {in} {out}", zero(5, 3000), "  Audio: Ogg Opus audio has a hole at "},
+        {"a.m4a", "ffmpeg -v error -i {in} -c:a aac {out}", zero(5, 3000),
+         "  Audio: MPEG-4 audio decoder error at "},
+        {"b.m4a", "ffmpeg -v error -i {in} -c:a alac {out}", zero(5, 3000),
+         "  Audio: MPEG-4 audio decoder error at "},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.file);
@@ -289,6 +296,111 @@ TEST(Verify, FlacWithoutSignatureAndDecodedMismatch) {
     b[4 + 4 + 18] = 1;
     EXPECT_EQ(problemsFor("a.flac", b, {{"Verify", "full"}}),
               "    000000000004  Audio: FLAC decoded audio does not match the MD5 signature in STREAMINFO\n");
+}
+
+}  // namespace
+}  // namespace sondrel
+
+namespace sondrel {
+namespace {
+
+// Files whose full check runs through FFmpeg or a stored MD5: clean as the
+// encoders write them, at 8, 16 and 24 bits; a cut or a zeroed range found.
+TEST(Verify, DecodedLengthsAndSignatures) {
+    verify::install();
+    if (!haveTool("ffmpeg") || !haveTool("wavpack")) GTEST_SKIP() << "ffmpeg or wavpack missing";
+    TempDir dir;
+    const std::string tone = "ffmpeg -v error -f lavfi -i sine=frequency=440:duration=5 -ac 2 ";
+    for (const char* bits : {"pcm_u8", "pcm_s16le", "pcm_s24le"})
+        ASSERT_TRUE(run(tone + "-c:a " + bits + " '" + dir.path() + "/" + bits + ".wav'"));
+    const std::pair<const char*, std::string> rows[] = {
+        {"a.m4a", "ffmpeg -v error -i {dir}/pcm_s16le.wav -c:a aac {out}"},
+        {"b.m4a", "ffmpeg -v error -i {dir}/pcm_s16le.wav -c:a alac {out}"},
+        {"c.m4a", "ffmpeg -v error -i {dir}/pcm_s24le.wav -c:a alac {out}"},
+        {"a.wv", "wavpack -q -y -m {dir}/pcm_u8.wav -o {out}"},
+        {"b.wv", "wavpack -q -y -m {dir}/pcm_s16le.wav -o {out}"},
+        {"c.wv", "wavpack -q -y -m {dir}/pcm_s24le.wav -o {out}"},
+    };
+    for (const auto& [file, pattern] : rows) {
+        SCOPED_TRACE(file);
+        std::string command = pattern;
+        command.replace(command.find("{out}"), 5, "'" + dir.path() + "/" + file + "'");
+        command.replace(command.find("{dir}"), 5, dir.path());
+        ASSERT_TRUE(run(command));
+        const Bytes clean = readBytes(dir.path() + "/" + file);
+        EXPECT_EQ(problemsFor(file, clean, {{"Verify", "full"}}), "");
+        Bytes cut(clean.begin(), clean.begin() + long(clean.size() * 2 / 3)), zeroed = clean;
+        std::fill_n(zeroed.begin() + long(zeroed.size() / 3), zeroed.size() / 4, 0);
+        for (const Bytes* b : {&cut, &zeroed})
+            EXPECT_GE(audioLines(problemsFor(file, *b, {{"Verify", "full"}})), 1u);
+    }
+
+    // A stored MD5 that the audio does not match, its block's checksum
+    // made right again: only decoding finds it. The signature sits in the
+    // last block, whose checksum item closes it.
+    Bytes b = readBytes(dir.path() + "/b.wv");
+    ASSERT_GT(b.size(), 56u);
+    const size_t last = b.size() - 56;
+    ASSERT_TRUE(b[last] == 'w' && b[last + 32] == 0x26 && b[last + 33] == 8 && b[last + 50] == 0x2F);
+    b[last + 40] ^= 0x01;
+    uint32_t sum = 0xFFFFFFFF;
+    for (size_t i = last; i < last + 50; i += 2) sum = sum * 3 + b[i] + (uint32_t(b[i + 1]) << 8);
+    for (size_t i = 0; i < 4; ++i) b[last + 52 + i] = uint8_t(sum >> (8 * i));
+    EXPECT_EQ(problemsFor("b.wv", b, {{"Verify", "quick"}}), "");
+    EXPECT_EQ(problemsFor("b.wv", b, {{"Verify", "full"}}),
+              "    000000000000  Audio: WavPack decoded audio does not match its stored MD5 signature\n");
+}
+
+// Containers measured without decoding: Monkey's Audio's descriptor and
+// seek table, DFF sound data.
+TEST(Verify, MonkeysAudioAndDffLayout) {
+    verify::install();
+    // Descriptor, header, a one-entry seek table, the WAVE header, 1000 bytes of frames.
+    ByteBuilder builder;
+    builder.str("MAC ")
+        .le16(3990)
+        .le16(0)
+        .le32(52)
+        .le32(24)
+        .le32(4)
+        .le32(44)
+        .le32(1000)
+        .le32(0)
+        .le32(0)
+        .zeros(16);
+    builder.le16(2000).le16(0).le32(73728).le32(100).le32(1).le16(16).le16(2).le32(44100);
+    const Bytes ape = builder.le32(124).zeros(44).fill(1000, 0x33).take();
+    Bytes seekTableShort = ape, frameOutside = ape;
+    seekTableShort[52 + 12] = 2;  // two frames declared
+    frameOutside[76] = 0;         // the only frame at offset 0
+    Bytes dst = dffFile({dffStandardProps("DST "), dffDstChunk(2)});
+    dst[size_t(std::search(dst.begin(), dst.end(), std::begin("FRTE"), std::end("FRTE") - 1) - dst.begin()) +
+        15] = 3;
+    const Bytes dsd = dffFile({dffStandardProps(), dffDsdChunk(64)});
+    const std::pair<std::string, Bytes> clean[] = {{"a.ape", ape}, {"a.dff", dsd}};
+    for (const auto& [name, bytes] : clean)
+        EXPECT_EQ(problemsFor(name, bytes, {{"Verify", "quick"}}), problemsFor(name, bytes));
+    const std::tuple<const char*, Bytes, const char*> rows[] = {
+        {"a.ape", Bytes(ape.begin(), ape.end() - 500),
+         "Monkey's Audio file holds 500 bytes of audio data, the header declares 1000"},
+        {"a.ape", seekTableShort, "Monkey's Audio seek table holds 1 frames, the header declares 2"},
+        {"a.ape", frameOutside, "Monkey's Audio frame 1 at 0 lies outside the audio data"},
+        {"a.dff", Bytes(dsd.begin(), dsd.end() - 11), "DFF sound data holds 53 bytes, its chunk declares 64"},
+        {"a.dff", Bytes(dsd.begin(), dsd.end() - 11),
+         "DFF sound data of 53 bytes is not a whole number of 2-byte sample frames"},
+        {"a.dff", dst, "DFF holds 2 DST frames, the frame information declares 3"},
+    };
+    for (const auto& [name, bytes, line] : rows) {
+        const std::string log = problemsFor(name, bytes, {{"Verify", "quick"}});
+        EXPECT_NE(log.find(line), std::string::npos) << log;
+    }
+}
+
+TEST(Verify, LibraryVersionsNameEveryDecoder) {
+    const std::string versions = verify::libraryVersions();
+    for (const char* name :
+         {"libFLAC ", "libmpg123 ", "libwavpack ", "libvorbisfile ", "libopusfile ", "FFmpeg "})
+        EXPECT_NE(versions.find(name), std::string::npos) << versions;
 }
 
 }  // namespace
