@@ -25,7 +25,12 @@ uint64_t audioEnd(FileHandle& file, uint64_t end) {
     return end;
 }
 
-void checkLayout(FileHandle& file, uint64_t size, Findings& findings) {
+// The FFmpeg demuxer holds an entry per frame (about 1.6 seconds of audio
+// each): beyond this count the layout is checked, the audio not decoded.
+constexpr uint32_t kMaxFrames = 1000000;
+
+// Checks the layout; returns the declared frame count (0 when unknown).
+uint32_t checkLayout(FileHandle& file, uint64_t size, Findings& findings) {
     // An ID3v2 tag in front (which the format checker reports) shifts
     // everything, the seek table's offsets included.
     uint64_t base = 0;
@@ -37,13 +42,13 @@ void checkLayout(FileHandle& file, uint64_t size, Findings& findings) {
             ((d[5] & 0x10) ? 10 : 0);
     if (base > size || size - base < 52 || !file.readInto(base, d, 52) || be32(d) != fourcc("MAC ") ||
         le16(d + 4) < 3980)
-        return;
+        return 0;
     const uint64_t descriptor = le32(d + 8), header = le32(d + 12), seekBytes = le32(d + 16),
                    wavHeader = le32(d + 20), frameData = le32(d + 24) | (uint64_t(le32(d + 28)) << 32);
     uint8_t h[24];
     if (descriptor < 52 || header < 24 || descriptor > size - base || size - base - descriptor < 24 ||
         !file.readInto(base + descriptor, h, 24))
-        return;
+        return 0;
     const uint32_t frames = le32(h + 12);
     const uint64_t start = base + descriptor + header + seekBytes + wavHeader;
     const uint64_t end = audioEnd(file, size);
@@ -56,13 +61,16 @@ void checkLayout(FileHandle& file, uint64_t size, Findings& findings) {
     // Each frame's offset lies in the audio data, after the one before it;
     // offsets are 32 bits wide and wrap in files over 4 GiB.
     const uint64_t tableStart = base + descriptor + header;
-    if (tableStart > size) return;
+    if (tableStart > size) return frames;
     const uint64_t listed = std::min<uint64_t>(frames, std::min(seekBytes, size - tableStart) / 4);
     SequentialReader reader(file, tableStart + listed * 4);
     uint64_t previous = 0, wraps = 0;
     for (uint64_t i = 0; i < listed; ++i) {
         ByteSpan w = reader.window(tableStart + i * 4, 4);
-        if (w.size() < 4) return findings.add(tableStart + i * 4, msg::kReadFailed);
+        if (w.size() < 4) {
+            findings.add(tableStart + i * 4, msg::kReadFailed);
+            return frames;
+        }
         uint64_t offset = base + le32(w.data()) + (wraps << 32);
         if (i > 0 && offset < previous) {
             if (previous - offset > (uint64_t(1) << 31)) {
@@ -77,6 +85,7 @@ void checkLayout(FileHandle& file, uint64_t size, Findings& findings) {
             findings.add(tableStart + i * 4, fmt::format(msg::kApeFrameOutside, i + 1, offset));
         previous = offset;
     }
+    return frames;
 }
 
 }  // namespace
@@ -85,8 +94,8 @@ void verifyApe(Tag& tag, Tier tier, Findings& findings) {
     uint64_t size = 0;
     auto file = tag.setupFile(size);
     if (!file) return;
-    checkLayout(*file, size, findings);
-    if (tier == Tier::Full)
+    const uint32_t frames = checkLayout(*file, size, findings);
+    if (tier == Tier::Full && frames <= kMaxFrames)
         decodeWithFfmpeg(
             *file, size, "ape",
             {msg::kApeCannotDecode, msg::kApeDecodeError, msg::kApeReadError, msg::kApeDecodedLength},

@@ -11,6 +11,7 @@ extern "C" {
 
 #include <algorithm>
 #include <mutex>
+#include <string_view>
 
 namespace sondrel::verify {
 
@@ -104,7 +105,11 @@ void decodeWithFfmpeg(FileHandle& file, uint64_t size, const char* demuxer, cons
             findings.add(0, fmt::format(fmt::runtime(messages.cannotDecode), errorText(index)));
         return;
     }
-    const AVStream* stream = c.format->streams[index];
+    AVStream* stream = c.format->streams[index];
+    // A track with samples but no index: FFmpeg could not build it within
+    // the allocation cap (a table of millions of samples). Its sample table
+    // is the quick tier's finding, if any.
+    if (avformat_index_get_entries_count(stream) == 0 && std::string_view(demuxer) == "mov") return;
     c.codec = avcodec_alloc_context3(codec);
     c.packet = av_packet_alloc();
     c.frame = av_frame_alloc();

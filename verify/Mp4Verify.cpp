@@ -80,8 +80,17 @@ std::optional<Table> table(FileHandle& file, const Box& box, uint64_t skip, unsi
     return Table{at + 4, count};
 }
 
+// What the FFmpeg demuxer will hold in memory: the sample tables, and an
+// index entry per sample.
+struct Shape {
+    uint64_t moovBytes = 0, tracks = 0, samples = 0;
+};
+// Beyond these (about six hours of AAC) the file's tables are checked, its
+// audio not decoded: the demuxer's index would outgrow a worker's memory.
+constexpr uint64_t kMaxMoovBytes = 16 << 20, kMaxTracks = 64, kMaxSamples = 1000000;
+
 void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fileSize,
-                const std::vector<std::pair<uint64_t, uint64_t>>& mdats, Findings& findings) {
+                const std::vector<std::pair<uint64_t, uint64_t>>& mdats, Findings& findings, Shape& shape) {
     std::optional<Box> stbl;
     if (auto mdia = child(file, trak, fourcc("mdia")))
         if (auto minf = child(file, *mdia, fourcc("minf"))) stbl = child(file, *minf, fourcc("stbl"));
@@ -101,6 +110,7 @@ void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fil
     if (!chunks || !perChunk || !sizes || perChunk->count == 0)
         return findings.add(trak.start, fmt::format(msg::kMp4BadTable, number));
     if (be32(uniform)) sizes->start = 0;  // no per-sample entries follow
+    shape.samples += sizes->count;
 
     Entries offsets(file, chunks->start, chunks->count, width);
     Entries sampleSizes(file, sizes->start, sizes->start ? sizes->count : 0, 4);
@@ -142,7 +152,7 @@ void checkTrack(FileHandle& file, const Box& trak, unsigned number, uint64_t fil
         findings.add(stbl->start, fmt::format(msg::kMp4SampleCount, number, inChunks, sizes->count));
 }
 
-void checkTables(FileHandle& file0, uint64_t size, Findings& findings) {
+void checkTables(FileHandle& file0, uint64_t size, Findings& findings, Shape& shape) {
     FileHandle* file = &file0;
     std::vector<std::pair<uint64_t, uint64_t>> mdats;
     std::optional<Box> moov;
@@ -154,13 +164,15 @@ void checkTables(FileHandle& file0, uint64_t size, Findings& findings) {
         pos = b->end();
     }
     if (!moov) return;
+    shape.moovBytes = moov->size;
     unsigned number = 0;
     for (uint64_t pos = moov->payload(); pos < moov->end();) {
         auto b = readBox(*file, pos, moov->end());
         if (!b) break;
-        if (b->type == fourcc("trak")) checkTrack(*file, *b, ++number, size, mdats, findings);
+        if (b->type == fourcc("trak")) checkTrack(*file, *b, ++number, size, mdats, findings, shape);
         pos = b->end();
     }
+    shape.tracks = number;
 }
 
 }  // namespace
@@ -169,8 +181,10 @@ void verifyMp4(Tag& tag, Tier tier, Findings& findings) {
     uint64_t size = 0;
     auto file = tag.setupFile(size);
     if (!file) return;
-    checkTables(*file, size, findings);
-    if (tier == Tier::Full)
+    Shape shape;
+    checkTables(*file, size, findings, shape);
+    if (tier == Tier::Full && shape.moovBytes <= kMaxMoovBytes && shape.tracks <= kMaxTracks &&
+        shape.samples <= kMaxSamples)
         decodeWithFfmpeg(
             *file, size, "mov",
             {msg::kMp4CannotDecode, msg::kMp4DecodeError, msg::kMp4ReadError, msg::kMp4DecodedLength},

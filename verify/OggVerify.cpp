@@ -186,8 +186,18 @@ void decodeOgg(FileHandle& file, uint64_t size, Findings& findings) {
         decodeOpus(source, findings);
 }
 
-void walkPages(FileHandle& fileHandle, uint64_t end, Findings& findings) {
+// What the decoders will hold in memory: every link's headers.
+struct Shape {
+    uint64_t links = 0;
+    uint64_t audioStart = 0;  // the first page of the first link with a position: its headers end there
+};
+// The decoders keep every link's decoded headers for the whole file, and a
+// comment packet whole: files beyond these are checked page by page only.
+constexpr uint64_t kMaxLinks = 100, kMaxHeaderBytes = 16 << 20;
+
+void walkPages(FileHandle& fileHandle, uint64_t end, Findings& findings, Shape& shape) {
     FileHandle* file = &fileHandle;
+    shape.audioStart = end;
     SequentialReader reader(*file, end);
 
     uint32_t rate = 48000;
@@ -232,6 +242,7 @@ void walkPages(FileHandle& fileHandle, uint64_t end, Findings& findings) {
             else
                 rate = 48000;
             serial = pageSerial;
+            ++shape.links;
             nextSequence.reset();
             granule = 0;
             ended = false;
@@ -244,6 +255,8 @@ void walkPages(FileHandle& fileHandle, uint64_t end, Findings& findings) {
             if (nextSequence && sequence > *nextSequence)
                 findings.add(pos, fmt::format(msg::kOggSequence, time(), sequence - *nextSequence));
             nextSequence = sequence + 1;
+            if (shape.links == 1 && pageGranule != 0 && pageGranule != kNoGranule)
+                shape.audioStart = std::min(shape.audioStart, pos);
             if (pageGranule != kNoGranule) {
                 if (pageGranule < granule) findings.add(pos, fmt::format(msg::kOggGranule, time()));
                 granule = pageGranule;
@@ -262,8 +275,10 @@ void verifyOgg(Tag& tag, Tier tier, Findings& findings) {
     uint64_t end = 0;
     auto file = tag.setupFile(end);
     if (!file) return;
-    walkPages(*file, end, findings);
-    if (tier == Tier::Full) decodeOgg(*file, end, findings);
+    Shape shape;
+    walkPages(*file, end, findings, shape);
+    if (tier == Tier::Full && shape.links <= kMaxLinks && shape.audioStart <= kMaxHeaderBytes)
+        decodeOgg(*file, end, findings);
 }
 
 }  // namespace sondrel::verify
