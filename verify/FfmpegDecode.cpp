@@ -119,7 +119,7 @@ void decodeWithFfmpeg(FileHandle& file, uint64_t size, const char* demuxer, cons
     if (r >= 0) r = avcodec_open2(c.codec, codec, nullptr);
     if (r < 0) return findings.add(0, fmt::format(fmt::runtime(messages.cannotDecode), errorText(r)));
 
-    const uint32_t rate = uint32_t(std::max(stream->codecpar->sample_rate, 1));
+    uint32_t rate = uint32_t(std::max(stream->codecpar->sample_rate, 1));
     uint64_t decoded = 0, errors = 0;
     int64_t longestFrame = 0;
     // The time of the packet at hand, or of the audio decoded so far.
@@ -136,6 +136,9 @@ void decodeWithFfmpeg(FileHandle& file, uint64_t size, const char* demuxer, cons
             const int got = avcodec_receive_frame(c.codec, c.frame);
             if (got == AVERROR(EAGAIN) || got == AVERROR_EOF) return true;
             if (got < 0) return fail(at, got);
+            // The decoder knows the rate better than the container (an
+            // MPEG-4 sample entry cannot hold rates above 65535 Hz).
+            if (c.frame->sample_rate > 0) rate = uint32_t(c.frame->sample_rate);
             decoded += uint64_t(std::max(c.frame->nb_samples, 0));
             longestFrame = std::max<int64_t>(longestFrame, c.frame->nb_samples);
             const bool corrupt = c.frame->decode_error_flags || (c.frame->flags & AV_FRAME_FLAG_CORRUPT);

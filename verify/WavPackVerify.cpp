@@ -276,11 +276,14 @@ void decode(FileHandle& file, uint64_t size, Findings& findings) {
     // A fixed 256 KiB of samples, whatever the channel count.
     const uint32_t chunk = uint32_t(std::max(1, 65536 / channels));
     std::vector<int32_t> buffer(size_t(chunk) * size_t(channels));
-    // DSD audio is hashed as DSD bytes, which decoding to PCM does not give.
+    // DSD audio is hashed as DSD bytes, which decoding to PCM does not give;
+    // a lossy (hybrid) file's signature is of the source, which only its
+    // correction file restores.
     uint8_t stored[16] = {};
     const int qmode = WavpackGetQualifyMode(wpc.get()), bytes = WavpackGetBytesPerSample(wpc.get());
     std::unique_ptr<AVMD5, decltype(&av_free)> md5(nullptr, &av_free);
-    if (WavpackGetMD5Sum(wpc.get(), stored) && !(qmode & QMODE_DSD_AUDIO) && bytes >= 1 && bytes <= 4) {
+    if (WavpackGetMD5Sum(wpc.get(), stored) && !(qmode & QMODE_DSD_AUDIO) &&
+        (WavpackGetMode(wpc.get()) & MODE_LOSSLESS) && bytes >= 1 && bytes <= 4) {
         md5.reset(av_md5_alloc());
         if (md5) av_md5_init(md5.get());
     }

@@ -317,9 +317,13 @@ TEST(Verify, DecodedLengthsAndSignatures) {
         {"a.m4a", "ffmpeg -v error -i {dir}/pcm_s16le.wav -c:a aac {out}"},
         {"b.m4a", "ffmpeg -v error -i {dir}/pcm_s16le.wav -c:a alac {out}"},
         {"c.m4a", "ffmpeg -v error -i {dir}/pcm_s24le.wav -c:a alac {out}"},
+        // A rate above what the MPEG-4 sample entry holds: the decoder's counts.
+        {"d.m4a", "ffmpeg -v error -i {dir}/pcm_s16le.wav -ar 96000 -c:a flac -strict -2 -f mp4 {out}"},
         {"a.wv", "wavpack -q -y -m {dir}/pcm_u8.wav -o {out}"},
         {"b.wv", "wavpack -q -y -m {dir}/pcm_s16le.wav -o {out}"},
         {"c.wv", "wavpack -q -y -m {dir}/pcm_s24le.wav -o {out}"},
+        // Lossy: the signature is of the source, not of what decodes.
+        {"d.wv", "wavpack -q -y -m -b256 {dir}/pcm_s24le.wav -o {out}"},
     };
     for (const auto& [file, pattern] : rows) {
         SCOPED_TRACE(file);
