@@ -8,8 +8,11 @@
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -347,16 +350,22 @@ int main(int argc, char** argv) {
     WorkThread scan(std::move(selection), settings, log, callbacks, jobs);
 
     // Forward a signal to the scan: it finishes the files it has begun, logs
-    // them, and stops.
-    std::atomic<bool> finished{false};
+    // them, and stops. The watcher looks every 20 ms and is woken at once
+    // when the scan ends, so that a short run does not wait out its pause.
+    std::mutex watcherLock;
+    std::condition_variable watcherWake;
+    bool finished = false;
     std::thread watcher([&] {
-        while (!finished.load()) {
+        std::unique_lock lock(watcherLock);
+        while (!watcherWake.wait_for(lock, std::chrono::milliseconds(20), [&] { return finished; }))
             if (gEarlyCancel.load()) scan.cancel();
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
     });
     bool cancelled = scan.main();
-    finished = true;
+    {
+        std::lock_guard lock(watcherLock);
+        finished = true;
+    }
+    watcherWake.notify_one();
     watcher.join();
     log.closeLog();
     status.clear();

@@ -129,6 +129,10 @@ const ProblemCode kTable[] = {
      "A picture is larger than the decoding budget allows (or the file's pictures together are), so it "
      "was not decoded; it is not known to be broken. Real covers are far below the budget.",
      "If the picture is real, make it smaller (3000x3000 is plenty for a cover)."},
+    {"art.decoders-missing", W, "Artwork not checked: the image decoders could not be loaded",
+     "The program's image decoders module is missing or damaged, so the pictures were not decoded; "
+     "they are not known to be broken.",
+     "Reinstall the program; the standard error output names the missing file and the reason."},
     {"art.not-an-image", E, "*Artwork data cannot be represented as an image",
      "The embedded picture does not decode; players show no cover. Truncated downloads or "
      "broken converters cause it.",
@@ -539,6 +543,10 @@ const ProblemCode kTable[] = {
     {"audio.more-findings", N, "* more audio problems in this file are not listed",
      "The audio has more problems than are listed; only the first few are written.",
      "See the listed problems; the file needs replacing in any case."},
+    {"audio.not-verified", W, "Audio not verified: the audio decoders could not be loaded",
+     "The program's audio decoders module is missing or damaged, so the audio was not verified; it is "
+     "not known to be broken.",
+     "Reinstall the program; the standard error output names the missing file and the reason."},
     {"audio.read-failed", D, "The audio could not be read to the end of the file",
      "Reading the audio failed before its end: the disk failed or the file changed during the check.",
      "Check the disk, then check the file again."},

@@ -17,17 +17,6 @@
 
 namespace sondrel::verify {
 
-std::optional<Tier> parseTier(std::string_view text) {
-    if (text == "off") return Tier::Off;
-    if (text == "quick") return Tier::Quick;
-    if (text == "full") return Tier::Full;
-    return std::nullopt;
-}
-
-void install() {
-    setAudioVerifier(&verifyFile);
-}
-
 void verifyFile(Tag& tag, Format format) {
     auto tier = parseTier(tag.settings().stringFromKey("Verify"));
     if (!tier || *tier == Tier::Off) return;

@@ -33,8 +33,11 @@ void verifyFile(Tag& tag, Format format);
 
 // The decoder libraries the verification uses and their versions, one
 // "name version" per line: a change of decoder can change a verdict, so a
-// cache of results keys on it.
+// cache of results keys on it. Asking loads the decoders module; when it
+// cannot be loaded the answer says so.
 std::string libraryVersions();
+// The same, from inside the module.
+std::string decoderLibraryVersions();
 
 // "hh:mm:ss.mmm" for a position of `samples` at `rate` samples per second
 // (rounded down to the millisecond).

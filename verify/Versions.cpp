@@ -10,7 +10,7 @@
 
 namespace sondrel::verify {
 
-std::string libraryVersions() {
+std::string decoderLibraryVersions() {
     return fmt::format(
         "libFLAC {}\nlibmpg123 {}\nlibwavpack {}\nlibvorbisfile {} ({})\nlibopusfile {} ({})\n{}\n",
         FLAC__VERSION_STRING, SONDREL_MPG123_VERSION, WavpackGetLibraryVersionString(),

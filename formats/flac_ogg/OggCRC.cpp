@@ -3,6 +3,7 @@
 #include <array>
 
 #if defined(__x86_64__)
+#include <cpuid.h>
 #include <immintrin.h>
 #endif
 
@@ -97,9 +98,14 @@ __attribute__((target("pclmul,ssse3"))) uint32_t updateFolding(uint32_t crc, con
 
 using UpdateFn = uint32_t (*)(uint32_t, const uint8_t*, size_t);
 
+// The processor is asked directly (CPUID leaf 1) rather than through the
+// compiler's __builtin_cpu_supports, whose support code runs a full
+// processor survey at the start of every run, Ogg or not; under a hypervisor
+// each CPUID instruction is a costly exit.
 UpdateFn chooseUpdate() {
-    __builtin_cpu_init();
-    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3")) return updateFolding;
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) && (ecx & bit_PCLMUL) && (ecx & bit_SSSE3))
+        return updateFolding;
     return updateSliced;
 }
 

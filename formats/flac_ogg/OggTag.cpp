@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -86,33 +87,38 @@ class OggTag::PageBlocks {
   public:
     static constexpr size_t kBlockSize = 1024 * 1024;
 
-    // A file smaller than a block gets a buffer of its own size.
+    // A file smaller than a block gets a buffer of its own size. The buffer
+    // is not zeroed: only bytes read into it are ever looked at.
     PageBlocks(FileHandle& file, uint64_t fileSize)
-        : file_(file), fileSize_(fileSize), buffer_(size_t(std::min<uint64_t>(kBlockSize, fileSize))) {}
+        : file_(file),
+          fileSize_(fileSize),
+          size_(size_t(std::min<uint64_t>(kBlockSize, fileSize))),
+          buffer_(new uint8_t[size_]) {}
 
     // The `length` bytes at file offset `offset`, or null when the file
     // does not hold them or they cannot be read.
     const uint8_t* bytesAt(uint64_t offset, size_t length) {
         if (offset >= start_ && offset - start_ <= filled_ && length <= filled_ - (offset - start_))
-            return buffer_.data() + (offset - start_);
-        if (!fits(fileSize_, offset, length) || length > buffer_.size()) return nullptr;
+            return buffer_.get() + (offset - start_);
+        if (!fits(fileSize_, offset, length) || length > size_) return nullptr;
         size_t kept = 0;
         if (offset >= start_ && offset - start_ < filled_) {
             kept = filled_ - size_t(offset - start_);
-            std::memmove(buffer_.data(), buffer_.data() + (offset - start_), kept);
+            std::memmove(buffer_.get(), buffer_.get() + (offset - start_), kept);
         }
         start_ = offset;
         filled_ = kept;
-        const uint64_t want = std::min<uint64_t>(buffer_.size(), fileSize_ - offset);
-        if (want > kept && !file_.readInto(offset + kept, buffer_.data() + kept, want - kept)) return nullptr;
+        const uint64_t want = std::min<uint64_t>(size_, fileSize_ - offset);
+        if (want > kept && !file_.readInto(offset + kept, buffer_.get() + kept, want - kept)) return nullptr;
         filled_ = size_t(want);
-        return buffer_.data();
+        return buffer_.get();
     }
 
   private:
     FileHandle& file_;
     uint64_t fileSize_;
-    Bytes buffer_;
+    size_t size_;
+    std::unique_ptr<uint8_t[]> buffer_;
     uint64_t start_ = 0;
     size_t filled_ = 0;
 };
