@@ -110,7 +110,9 @@ class Scripting(unittest.TestCase):
         # Every file logged, a filter, and a log file: still valid, and the
         # filter leaves clean files with empty problem lists.
         log = os.path.join(self.work, "out.jsonl")
-        for args in (["--all-files"], ["--min-severity", "damage"], ["--select", "file"], ["--log", log]):
+        # The second --log run replaces the first: a JSON Lines log is a log of this program.
+        for args in (["--all-files"], ["--min-severity", "damage"], ["--select", "file"], ["--log", log],
+                     ["--log", log]):
             rc, out, err = run(self.work, ["--format", "jsonl", "--jobs", "2"] + args + [self.lib])
             self.assertIn(rc, (0, 1), err)
             recs = records(slurp(log) if "--log" in args else out)
