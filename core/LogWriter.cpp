@@ -184,7 +184,7 @@ bool LogWriter::writeToLog(const std::string& path, const FileResult& result, bo
         buffer.clear();
     };
     try {
-        buffer.reserve(kWritePiece + 1024);
+        if (kept.size() > 64) buffer.reserve(kWritePiece + 1024);
         if (!logAllFiles) printer_->fileHeading(buffer, path, result.modDate);
         errorTotal_ += kept.size();
         for (const LogError* e : kept) {
