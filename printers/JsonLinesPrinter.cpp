@@ -2,7 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "codes/ProblemCodes.h"
 #include "core/BuildInfo.h"
@@ -20,6 +22,25 @@ using json = nlohmann::ordered_json;
 // whole log.
 std::string dump(const json& j) {
     return j.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+// Appends `s` as a JSON string. Most names and messages need no escaping and
+// are copied as they are; the rest are escaped by the JSON library. (A record
+// is written for every file, so this path is kept short.)
+void appendString(std::string& out, std::string_view s) {
+    const bool plain = std::all_of(s.begin(), s.end(), [](char c) {
+        return static_cast<unsigned char>(c) >= 0x20 && static_cast<unsigned char>(c) < 0x7F && c != '"' &&
+               c != '\\';
+    });
+    if (plain) {
+        out += '"';
+        out += s;
+        out += '"';
+    } else if (text::isValidUTF8(s)) {
+        out += dump(json(s));
+    } else {
+        out += dump(json(text::sanitizeUTF8(s)));
+    }
 }
 
 }  // namespace
@@ -64,37 +85,51 @@ void JsonLinesPrinter::begin(std::string& out, const std::string& startTime) {
 }
 
 void JsonLinesPrinter::fileHeading(std::string& out, const std::string& path, const std::string&) {
-    json p = {{"text", text::sanitizeUTF8(path)}};
-    if (!text::isValidUTF8(path)) p["bytes"] = base64Encode(path);
-    out += R"({"type":"file","data":{"path":)";
-    out += dump(p);
-    out += R"(,"problems":[)";
+    out += R"({"type":"file","data":{"path":{"text":)";
+    appendString(out, path);
+    if (!text::isValidUTF8(path)) {
+        out += R"(,"bytes":")";
+        out += base64Encode(path);
+        out += '"';
+    }
+    out += R"(},"problems":[)";
     firstProblem_ = true;
 }
 
 void JsonLinesPrinter::problem(std::string& out, const LogError& e) {
     const auto& row = codes::codeAt(e.code);
-    json j = {{"offset", e.offset},
-              {"category", categoryWord(e.logtype)},
-              {"code", row.code},
-              {"severity", codes::severityName(row.severity)},
-              {"message", text::sanitizeUTF8(e.reason)}};
-    if (!firstProblem_) out += ',';
+    out += firstProblem_ ? R"({"offset":)" : R"(,{"offset":)";
     firstProblem_ = false;
-    out += dump(j);
+    out += std::to_string(e.offset);
+    out += R"(,"category":)";
+    appendString(out, categoryWord(e.logtype));
+    out += R"(,"code":)";
+    appendString(out, row.code);
+    out += R"(,"severity":)";
+    appendString(out, codes::severityName(row.severity));
+    out += R"(,"message":)";
+    appendString(out, e.reason);
+    out += '}';
 }
 
 void JsonLinesPrinter::fileEnd(std::string& out, const std::string& path, const FileResult& result) {
-    json tail = {{"size", result.size}};
-    tail["modified"] = result.modDate.empty() ? json(nullptr) : json(result.modDate);
-    const FormatEntry* format = formatForPath(path);
-    tail["format"] = format ? json(format->name) : json(nullptr);
-    if (result.openError) tail["open_error"] = text::sanitizeUTF8(std::strerror(result.openError));
-    // The tail's members follow the problem list inside the same object.
-    std::string members = dump(tail);
-    out += "],";
-    out.append(members, 1, std::string::npos);
-    out += "}\n";
+    out += R"(],"size":)";
+    out += std::to_string(result.size);
+    out += R"(,"modified":)";
+    if (result.modDate.empty())
+        out += "null";
+    else
+        appendString(out, result.modDate);
+    out += R"(,"format":)";
+    if (const FormatEntry* format = formatForPath(path))
+        appendString(out, format->name);
+    else
+        out += "null";
+    if (result.openError) {
+        out += R"(,"open_error":)";
+        appendString(out, std::strerror(result.openError));
+    }
+    out += "}}\n";
 }
 
 void JsonLinesPrinter::summary(std::string& out, const RunSummary& s) {
