@@ -17,6 +17,7 @@
 #include "core/LogTarget.h"
 #include "core/PathPredicates.h"
 #include "core/Text.h"
+#include "printers/TextPrinter.h"
 
 namespace sondrel::app {
 
@@ -233,7 +234,8 @@ void AppDelegate::startCancelHit() {
 void AppDelegate::startScan() {
     reapScan();  // a finished scan whose thread has not been joined yet
     setStatus("");
-    auto log = std::make_unique<LogWriter>([this](const Alert& a) { alertFromScan(a); });
+    auto log = std::make_unique<LogWriter>(std::make_unique<TextPrinter>(),
+                                           [this](const Alert& a) { alertFromScan(a); });
     logPath_ = settings_.expandedLogPath();
     if (!acceptLogTarget(logPath_)) return;
     if (auto alert = log->openLog(fullPath(logPath_))) {

@@ -1,5 +1,5 @@
 // sondrel: checks audio files for structural damage and metadata problems and
-// writes every problem to a log file.
+// writes every problem to a log: standard output, or the file --log names.
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,15 +9,21 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cinttypes>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "cli/CliStatus.h"
+#include "cli/Options.h"
 #include "codes/ProblemCodes.h"
 #include "core/BuildInfo.h"
 #include "core/FormatTable.h"
@@ -28,6 +34,8 @@
 #include "core/Text.h"
 #include "core/WorkThread.h"
 #include "formats/Checkers.h"
+#include "printers/JsonLinesPrinter.h"
+#include "printers/TextPrinter.h"
 #include "verify/Verify.h"
 
 using namespace sondrel;
@@ -65,16 +73,6 @@ bool isBooleanKey(const std::string& k) {
     for (const char* b : kBooleanKeys)
         if (k == b) return true;
     return false;
-}
-
-std::string extensionList() {
-    std::string out;
-    for (const auto& e : formatTable()) {
-        out += fmt::format("  {:<22}", e.name);
-        for (const char* ext : e.extensions) out += std::string(" ") + ext;
-        out += "\n";
-    }
-    return out;
 }
 
 std::string plural(uint64_t n) {
@@ -136,77 +134,67 @@ void complain(const std::string& path, const std::string& reason) {
     std::fprintf(stderr, "sondrel: %s: %s\n", text::escapePath(path).c_str(), reason.c_str());
 }
 
+// The entries of a --files-from list: lines (a carriage return before the
+// line feed is kept, as it may be part of a name) or NUL-separated names.
+// Empty entries are skipped. False, with the reason in errno, when the list
+// cannot be read.
+bool readFileList(const std::string& source, bool nul, std::vector<std::string>& out) {
+    std::string data;
+    if (source == "-") {
+        data.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+        if (std::cin.bad()) return false;
+    } else {
+        std::ifstream in(source, std::ios::binary);
+        if (!in) return false;
+        data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        if (in.bad()) return false;
+    }
+    const char separator = nul ? '\0' : '\n';
+    size_t start = 0;
+    while (start < data.size()) {
+        size_t end = data.find(separator, start);
+        if (end == std::string::npos) end = data.size();
+        if (end > start) out.push_back(data.substr(start, end - start));
+        start = end + 1;
+    }
+    return true;
+}
+
+// True when both descriptors are the same terminal device.
+bool sameTerminal(int a, int b) {
+    struct stat sa {
+    }, sb{};
+    return ::isatty(a) && ::isatty(b) && ::fstat(a, &sa) == 0 && ::fstat(b, &sb) == 0 &&
+           sa.st_rdev == sb.st_rdev;
+}
+
+// The stored options that shape the log, as the begin record shows them.
+std::map<std::string, std::string> optionsInForce(const Settings& settings) {
+    std::map<std::string, std::string> out;
+    for (const char* key :
+         {"LogAllFiles", "LogPriv", "LogDups", "SuppressTimeErrors", "MPEG4_MulAtoms", "MPEG4_MulData",
+          "LogID3v1", "Verify", "MinSeverity", "SelectCodes", "IgnoreCodes"})
+        out[key] = settings.stringFromKey(key);
+    return out;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{
-        "Checks audio files for structural damage and metadata problems and writes every problem, "
-        "with its byte offset, category and message, to a log file.",
-        "sondrel"};
-    app.footer("Each PATH is a folder (walked deeply) or an audio file. Audio files by extension:\n" +
-               extensionList() +
-               "\nExit status: 0 no problem logged, 1 problems logged, 2 could not start, a log write "
-               "failed or an input could not be read, 130 cancelled, 141 the log's reader went away.");
-
-    std::string logPath;
-    std::vector<std::string> options;
-    std::vector<std::string> paths;
-    bool allFiles = false, privacy = false, dups = false, suppressTime = false, id3v1 = false;
-    bool mulAtoms = false, mulData = false, quiet = false, listCodesFlag = false, force = false;
-    std::string minSeverity, selectCodes, ignoreCodes, explainCode, verifyTier;
-    unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
-
-    app.set_version_flag("-V,--version", fmt::format("sondrel ({}) {} (Build {})", build::kName,
-                                                     build::kVersion, build::kBuild));
-    app.add_option("--log", logPath,
-                   "Log file for this run (overrides LogPath); '-' writes to standard output")
-        ->type_name("FILE");
-    app.add_flag("--force", force,
-                 "Replace an existing log file even when it does not look like a log of this program");
-    app.add_option("--option", options, "Override an option for this run only, as KEY=VALUE")
-        ->type_name("KEY=VALUE")
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_flag("--all-files", allFiles,
-                 "Write a heading for every file, even one without problems (LogAllFiles)");
-    app.add_flag("--privacy", privacy, "Report embedded owner and identification data (LogPriv)");
-    app.add_flag("--dups", dups, "Report duplicated list items (LogDups)");
-    app.add_flag("--suppress-time-errors", suppressTime,
-                 "Do not report malformed time stamps (SuppressTimeErrors)");
-    app.add_flag("--id3v1", id3v1, "Report ID3v1 and APE tags in MP3 files (LogID3v1)");
-    app.add_flag("--mpeg4-multiple-atoms", mulAtoms, "Do not report repeated MPEG-4 atoms (MPEG4_MulAtoms)");
-    app.add_flag("--mpeg4-multiple-data", mulData,
-                 "Accept several data items in one MPEG-4 atom (MPEG4_MulData)");
-    app.add_option("--verify", verifyTier,
-                   "Verify the audio itself: quick (checksums and counts the formats carry) or full "
-                   "(also decode every frame) (Verify)")
-        ->check(CLI::IsMember({"off", "quick", "full"}).description(""))
-        ->type_name("off|quick|full");
-    app.add_option("--jobs,-j", jobs, "Files analysed at once (default: the number of processors)")
-        ->check(CLI::Range(1u, 1024u).description(""))
-        ->type_name("N");
-    app.add_option("--min-severity", minSeverity,
-                   "Log only problems of this severity or graver: note, warning, error, damage (MinSeverity)")
-        ->type_name("LEVEL");
-    app.add_option("--select", selectCodes,
-                   "Log only these problem codes; a family (id3) or a trailing * names a group (SelectCodes)")
-        ->type_name("CODE[,CODE...]");
-    app.add_option(
-           "--ignore", ignoreCodes,
-           "Do not log these problem codes; a family (id3) or a trailing * names a group (IgnoreCodes)")
-        ->type_name("CODE[,CODE...]");
-    app.add_option("--explain", explainCode, "Explain a problem code and exit")->type_name("CODE");
-    app.add_flag("--list-codes", listCodesFlag,
-                 "List every problem code with its severity and messages, and exit");
-    app.add_flag("--quiet,-q", quiet, "No progress and no final status on standard error");
-    app.add_option("PATH", paths, "Folders and audio files to check")->type_name("");
-
+    CLI::App app{"", "sondrel"};
+    CliOptions o;
+    defineOptions(app, o, Settings::defaultConfigFolder() + "/settings.conf");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         int rc = app.exit(e);
         return rc == 0 ? 0 : kCannotRun;
     }
+    auto& paths = o.paths;
+    auto& options = o.options;
+    const bool listCodesFlag = o.listCodes, quiet = o.quiet, force = o.force;
+    const std::string& explainCode = o.explainCode;
+    const unsigned jobs = o.jobs;
 
     if (listCodesFlag) {
         listCodes();
@@ -216,7 +204,6 @@ int main(int argc, char** argv) {
 
     installCheckers();
     Settings settings = Settings::load();
-    settings.ensureDefaultLogPath();
     for (const auto& kv : options) {
         auto eq = kv.find('=');
         if (eq == std::string::npos || eq == 0) {
@@ -224,6 +211,10 @@ int main(int argc, char** argv) {
             return kCannotRun;
         }
         std::string key = kv.substr(0, eq), value = kv.substr(eq + 1);
+        if (key == "LogPath") {
+            std::fprintf(stderr, "sondrel: LogPath is the desktop program's log file; use --log FILE\n");
+            return kCannotRun;
+        }
         if (!settings.existsKey(key)) {
             std::fprintf(stderr, "sondrel: unknown option key '%s'\n", key.c_str());
             return kCannotRun;
@@ -244,22 +235,28 @@ int main(int argc, char** argv) {
     auto flag = [&](bool on, const char* key) {
         if (on) settings.overrideValue(key, "true");
     };
-    flag(allFiles, "LogAllFiles");
-    flag(privacy, "LogPriv");
-    flag(dups, "LogDups");
-    flag(suppressTime, "SuppressTimeErrors");
-    flag(id3v1, "LogID3v1");
-    flag(mulAtoms, "MPEG4_MulAtoms");
-    flag(mulData, "MPEG4_MulData");
-    if (!verifyTier.empty()) settings.overrideValue("Verify", verifyTier);
-    if (!logPath.empty()) settings.overrideValue("LogPath", logPath);
-    if (!minSeverity.empty()) settings.overrideValue("MinSeverity", minSeverity);
-    if (!selectCodes.empty()) settings.overrideValue("SelectCodes", selectCodes);
-    if (!ignoreCodes.empty()) settings.overrideValue("IgnoreCodes", ignoreCodes);
+    flag(o.allFiles, "LogAllFiles");
+    flag(o.privacy, "LogPriv");
+    flag(o.dups, "LogDups");
+    flag(o.suppressTime, "SuppressTimeErrors");
+    flag(o.id3v1, "LogID3v1");
+    flag(o.mulAtoms, "MPEG4_MulAtoms");
+    flag(o.mulData, "MPEG4_MulData");
+    if (!o.verifyTier.empty()) settings.overrideValue("Verify", o.verifyTier);
+    if (!o.minSeverity.empty()) settings.overrideValue("MinSeverity", o.minSeverity);
+    if (!o.selectCodes.empty()) settings.overrideValue("SelectCodes", o.selectCodes);
+    if (!o.ignoreCodes.empty()) settings.overrideValue("IgnoreCodes", o.ignoreCodes);
     std::string filterProblem;
     if (!codes::Filter::make(settings.stringFromKey("MinSeverity"), settings.stringFromKey("SelectCodes"),
                              settings.stringFromKey("IgnoreCodes"), &filterProblem)) {
         std::fprintf(stderr, "sondrel: %s\n", filterProblem.c_str());
+        return kCannotRun;
+    }
+
+    if (!o.filesFrom.empty() && !readFileList(o.filesFrom, o.nullSeparated, paths)) {
+        const int err = errno;
+        complain(o.filesFrom == "-" ? "(standard input)" : o.filesFrom,
+                 err ? std::strerror(err) : "the list cannot be read");
         return kCannotRun;
     }
 
@@ -298,18 +295,15 @@ int main(int argc, char** argv) {
 
     verify::install();
     installSignalHandlers();
-    const bool toStdout = settings.stringFromKey("LogPath") == "-";
+    // Without --log the log goes to standard output; the stored LogPath is
+    // the desktop program's.
+    const bool toStdout = o.logPath.empty() || o.logPath == "-";
     std::string logFull;
     if (!toStdout) {
-        std::string path = settings.expandedLogPath();
-        if (path.empty()) {
-            std::fprintf(stderr, "sondrel: no log file (set --log or LogPath)\n");
-            return kCannotRun;
-        }
-        auto resolved = fullPathIfResolvable(path);
+        auto resolved = fullPathIfResolvable(o.logPath);
         if (!resolved) {
             const int err = errno;
-            complain(path, std::string("the working folder cannot be found out: ") + std::strerror(err));
+            complain(o.logPath, std::string("the working folder cannot be found out: ") + std::strerror(err));
             return kCannotRun;
         }
         logFull = *resolved;
@@ -320,10 +314,25 @@ int main(int argc, char** argv) {
             return kCannotRun;
         }
     }
-    const bool showProgress = !quiet && ::isatty(STDERR_FILENO);
+    // The progress line needs a terminal of its own: on the terminal the log
+    // is shown on, it would land inside the log.
+    const bool showProgress =
+        !quiet && ::isatty(STDERR_FILENO) && !(toStdout && sameTerminal(STDOUT_FILENO, STDERR_FILENO));
     CliStatus status(showProgress);
 
-    LogWriter log([&](const Alert& a) {
+    // Colour only tints a text log shown on standard output: "auto" when it
+    // is a terminal and NO_COLOR is unset or empty; a log file never.
+    const char* noColor = std::getenv("NO_COLOR");
+    const bool colour =
+        o.format == "text" && toStdout &&
+        (o.color == "always" || (o.color == "auto" && ::isatty(STDOUT_FILENO) && !(noColor && *noColor)));
+    std::unique_ptr<Printer> printer;
+    if (o.format == "jsonl")
+        printer = std::make_unique<JsonLinesPrinter>(optionsInForce(settings));
+    else
+        printer = std::make_unique<TextPrinter>(colour);
+
+    LogWriter log(std::move(printer), [&](const Alert& a) {
         status.clear();
         std::fprintf(stderr, "sondrel: %s: %s\n", a.title.c_str(), a.text.c_str());
     });
@@ -340,8 +349,14 @@ int main(int argc, char** argv) {
     }
 
     ScanCallbacks callbacks;
-    callbacks.setStatus = [&](const std::string& text, bool wait) {
-        status.show(text::escapePath(text), wait);
+    callbacks.setStatus = [&](const std::string& text, bool) {
+        static constexpr std::string_view kExamining = "Examining folder ";
+        uint64_t done = 0, total = 0;
+        if (text.compare(0, kExamining.size(), kExamining) == 0)
+            status.showPath("Examining folder",
+                            text::escapePath(std::string_view(text).substr(kExamining.size())));
+        else if (std::sscanf(text.c_str(), "Analyzing file %" SCNu64 " of %" SCNu64, &done, &total) == 2)
+            status.showProgress(done, total);
     };
     callbacks.cannotRead = [&](const std::string& path, int error) {
         status.clear();
@@ -367,20 +382,37 @@ int main(int argc, char** argv) {
     }
     watcherWake.notify_one();
     watcher.join();
+    unreadable += scan.unreadable();
+    int rc = kClean;
+    if (cancelled)
+        rc = kCancelled;
+    else if (scan.writeFailed() || unreadable > 0)
+        rc = kCannotRun;
+    else if (log.errorTotal() > 0)
+        rc = kProblems;
+    const LogTally tally = log.tally();
+    if (!scan.writeFailed() && !log.readerGone()) {
+        RunSummary summary;
+        summary.scanned = scan.progress();
+        summary.withProblems = tally.files;
+        summary.unreadable = unreadable;
+        summary.problems = log.errorTotal();
+        summary.problemsBySeverity = tally.problems;
+        summary.filesByWorst = tally.byWorst;
+        summary.cancelled = cancelled;
+        summary.exitStatus = rc;
+        if (!log.finish(summary) && !cancelled) rc = kCannotRun;
+    }
     log.closeLog();
     status.clear();
     if (log.readerGone()) return kReaderGone;
 
-    unreadable += scan.unreadable();
     if (!quiet) {
         if (cancelled)
             std::fprintf(stderr, "Cancelled\n");
         else
-            std::fprintf(stderr, "%s%s\n",
-                         finalStatus(scan.progress(), log.tally(), log.errorTotal()).c_str(),
+            std::fprintf(stderr, "%s%s\n", finalStatus(scan.progress(), tally, log.errorTotal()).c_str(),
                          unreadable ? fmt::format(" {} could not be read.", unreadable).c_str() : "");
     }
-    if (cancelled) return kCancelled;
-    if (scan.writeFailed() || unreadable > 0) return kCannotRun;
-    return log.errorTotal() > 0 ? kProblems : kClean;
+    return rc;
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -33,15 +34,20 @@ std::string resolved(const std::string& path) {
     return real ? std::string(real.get()) : std::string();
 }
 
-// True when the file begins with the first line this program writes.
+// True when the file begins as a log of this program does: the text log's
+// first line, or the begin record of its JSON Lines.
 bool beginsLikeALog(const std::string& path) {
-    const std::string prefix = std::string(build::kName) + " Version ";
+    const std::string text = std::string(build::kName) + " Version ";
+    const std::string jsonLines = R"({"type":"begin","data":{"schema_version":)";
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) return false;
-    std::string head(prefix.size(), '\0');
+    std::string head(std::max(text.size(), jsonLines.size()), '\0');
     ssize_t n = ::pread(fd, head.data(), head.size(), 0);
     ::close(fd);
-    return n == ssize_t(prefix.size()) && head == prefix;
+    const auto startsWith = [&](const std::string& prefix) {
+        return n >= ssize_t(prefix.size()) && head.compare(0, prefix.size(), prefix) == 0;
+    };
+    return startsWith(text) || startsWith(jsonLines);
 }
 
 }  // namespace

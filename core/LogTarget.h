@@ -7,8 +7,8 @@
 //   2. A file selected for this scan is never a log (compared by device and
 //      inode where both exist, by full path otherwise).
 //   3. An existing, non-empty regular file whose first line is not this
-//      program's first line is someone else's file; only an explicit
-//      override replaces it.
+//      program's first line (of its text log or of its JSON Lines) is
+//      someone else's file; only an explicit override replaces it.
 #include <optional>
 #include <string>
 

@@ -56,7 +56,8 @@ std::string LogWriter::firstLine(const std::string& startTime) {
                        startTime);
 }
 
-LogWriter::LogWriter(AlertSink threadedAlert) : threadedAlert_(std::move(threadedAlert)) {}
+LogWriter::LogWriter(std::unique_ptr<Printer> printer, AlertSink threadedAlert)
+    : printer_(std::move(printer)), threadedAlert_(std::move(threadedAlert)) {}
 
 LogWriter::~LogWriter() {
     closeLog();
@@ -116,7 +117,8 @@ std::optional<Alert> LogWriter::openStream(int fd) {
 
 bool LogWriter::prepLog() {
     if (!handle_) return false;
-    std::string line = firstLine(getNowTimeFormat());
+    std::string line;
+    printer_->begin(line, getNowTimeFormat());
     return handle_->writeDataObj(asBytes(line));
 }
 
@@ -137,20 +139,36 @@ bool LogWriter::fail(int error) {
 // writing a long list needs no more memory than one piece.
 constexpr size_t kWritePiece = 64 * 1024;
 
-bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::string& modDate,
-                           const std::optional<std::vector<LogError>>& errors, bool logAllFiles) {
+bool LogWriter::write(const std::string& bytes, bool sync) {
+    if (!handle_) return fail(EBADF);
+    bool ok = bytes.empty() || handle_->writeDataObj(asBytes(bytes));
+    if (ok && sync) ok = handle_->synchronize();
+    return ok ? true : fail(errno);
+}
+
+bool LogWriter::writeHeading(const std::string& path, const std::string& modDate) {
+    std::string heading;
+    printer_->fileHeading(heading, path, modDate);
+    return write(heading, true);
+}
+
+bool LogWriter::writeToLog(const std::string& path, const FileResult& result, bool logAllFiles) {
     // The problems the filter keeps, and the worst severity among them.
     std::vector<const LogError*> kept;
-    if (errors) {
-        kept.reserve(errors->size());
-        for (const auto& e : *errors)
+    if (result.errors) {
+        kept.reserve(result.errors->size());
+        for (const auto& e : *result.errors)
             if (filter_.keeps(e.code)) kept.push_back(&e);
     }
-    if (!logAllFiles && kept.empty()) return true;
+    if (!logAllFiles && kept.empty() && !printer_->recordsEveryFile()) return true;
     if (!kept.empty()) {
         auto worst = codes::Severity::Note;
-        for (const LogError* e : kept) worst = std::max(worst, codes::codeAt(e->code).severity);
         std::lock_guard lock(tallyMutex_);
+        for (const LogError* e : kept) {
+            const auto severity = codes::codeAt(e->code).severity;
+            worst = std::max(worst, severity);
+            ++tally_.problems[static_cast<size_t>(severity)];
+        }
         ++tally_.files;
         ++tally_.byWorst[static_cast<size_t>(worst)];
     }
@@ -166,30 +184,23 @@ bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::st
         buffer.clear();
     };
     try {
-        buffer.reserve(kWritePiece + 1024);
-        if (path) {
-            buffer += '\n';
-            buffer += modDate;
-            buffer += "  ";
-            // One line whatever the name holds, and the exact bytes recoverable.
-            buffer += text::escapePath(*path);
-            buffer += '\n';
-        }
+        if (kept.size() > 64) buffer.reserve(kWritePiece + 1024);
+        if (!logAllFiles) printer_->fileHeading(buffer, path, result.modDate);
         errorTotal_ += kept.size();
         for (const LogError* e : kept) {
-            buffer += formatProblemLine(*e);
-            buffer += '\n';
+            printer_->problem(buffer, *e);
             if (buffer.size() >= kWritePiece) flush();
             if (!ok) break;
         }
+        if (ok) printer_->fileEnd(buffer, path, result);
         flush();
     } catch (const std::bad_alloc&) {
-        // What was written stays; one line made without allocating says the
-        // rest of this file's lines are missing, and the scan goes on.
-        static constexpr char kLost[] =
-            "    000000000000  File: Out of memory: the rest of this file's lines are lost\n";
+        // What was written stays; a piece made without allocating says the
+        // rest of this file's record is missing, and the scan goes on.
         buffer = std::string();
-        ok = ok && handle_->writeDataObj(ByteSpan(reinterpret_cast<const uint8_t*>(kLost), sizeof kLost - 1));
+        const std::string_view lost = printer_->outOfMemoryTail();
+        ok =
+            ok && handle_->writeDataObj(ByteSpan(reinterpret_cast<const uint8_t*>(lost.data()), lost.size()));
         if (!ok && !writeErrno) writeErrno = errno;
     }
     if (ok && logAllFiles) {
@@ -197,6 +208,12 @@ bool LogWriter::writeToLog(const std::optional<std::string>& path, const std::st
         if (!ok) writeErrno = errno;
     }
     return ok ? true : fail(writeErrno);
+}
+
+bool LogWriter::finish(const RunSummary& summary) {
+    std::string out;
+    printer_->summary(out, summary);
+    return write(out, false);
 }
 
 void LogWriter::resetErrorTotal() {

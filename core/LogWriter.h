@@ -1,9 +1,9 @@
 #pragma once
-// The log file: prepared at the start of a scan (a new file every scan), then
-// one heading per file and one line per problem, in an exact layout:
-//   first line   "%@ Version %@ (Build %@)  %@\n"
-//   heading      "\n%@  %@\n"                 (modification date, full path)
-//   problem      "    %012lu  %@: %@\n"       (offset, category word, message)
+// The log: opened at the start of a scan (a new file every scan, or a
+// stream), then fed one file at a time in scan order. The writer decides
+// what is written -- the problems the filter keeps, and a file only when it
+// has some (or every file is logged) -- counts it, and writes it in pieces;
+// its printer decides the layout (printers/).
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -17,7 +17,9 @@
 
 #include "codes/ProblemCodes.h"
 #include "core/FileHandle.h"
+#include "core/FileResult.h"
 #include "core/LogError.h"
+#include "printers/Printer.h"
 
 namespace sondrel {
 
@@ -40,7 +42,8 @@ std::optional<std::string> modificationDate(const std::string& path);
 // problem, counted once each under the worst severity among them.
 struct LogTally {
     uint64_t files = 0;
-    std::array<uint64_t, 4> byWorst{};  // indexed by codes::Severity
+    std::array<uint64_t, 4> byWorst{};   // indexed by codes::Severity
+    std::array<uint64_t, 4> problems{};  // problems logged, by severity
 };
 
 class LogWriter {
@@ -48,7 +51,7 @@ class LogWriter {
     // Called (on the scan thread) when a write fails; waits until the alert is dismissed.
     using AlertSink = std::function<void(const Alert&)>;
 
-    explicit LogWriter(AlertSink threadedAlert = {});
+    explicit LogWriter(std::unique_ptr<Printer> printer, AlertSink threadedAlert = {});
     ~LogWriter();
 
     // Opening at Start: refuses a folder, creates a missing file, opens it,
@@ -59,10 +62,15 @@ class LogWriter {
     // Writes to an already open descriptor (standard output) instead of a file.
     std::optional<Alert> openStream(int fd);
     bool prepLog();
-    // Appends a heading (when `path` is given) and the problem lines; with
-    // `logAllFiles` every write is forced to disk. False only when writing failed.
-    bool writeToLog(const std::optional<std::string>& path, const std::string& modDate,
-                    const std::optional<std::vector<LogError>>& errors, bool logAllFiles);
+    // With every file logged: the file's heading, forced to disk before the
+    // file is analysed. False only when writing failed.
+    bool writeHeading(const std::string& path, const std::string& modDate);
+    // An analysed file: its heading (unless writeHeading gave it), the kept
+    // problems and the end of its record; with `logAllFiles` every write is
+    // forced to disk. False only when writing failed.
+    bool writeToLog(const std::string& path, const FileResult& result, bool logAllFiles);
+    // The closing record, for a layout that has one. False when writing failed.
+    bool finish(const RunSummary& summary);
     void closeLog();
 
     uint64_t errorTotal() const { return errorTotal_.load(); }
@@ -81,6 +89,8 @@ class LogWriter {
 
   private:
     bool fail(int error);
+    bool write(const std::string& bytes, bool sync);
+    std::unique_ptr<Printer> printer_;
     Alert writeAlert(int error) const;
     AlertSink threadedAlert_;
     std::string shownPath_;  // the log's path as messages show it

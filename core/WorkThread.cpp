@@ -210,17 +210,14 @@ void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAll
         uint64_t n = ++progress_;
         status(fmt::format("Analyzing file {} of {}", n, total), false);
         if (logAllFiles) {
-            std::string date = modificationDate(path).value_or("");
-            if (!log_.writeToLog(path, date, std::nullopt, true)) {
+            if (!log_.writeHeading(path, modificationDate(path).value_or(""))) {
                 writeFailed_ = true;
                 return;
             }
         }
         Checked checked = checkFile(path, settings_);
         if (checked.openError) cannotRead(path, checked.openError);
-        std::optional<std::string> heading;
-        if (!logAllFiles) heading = path;
-        if (!log_.writeToLog(heading, checked.modDate, checked.errors, logAllFiles)) {
+        if (!log_.writeToLog(path, checked, logAllFiles)) {
             writeFailed_ = true;
             return;
         }
@@ -280,7 +277,7 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
                 held -= slotBytes[written];
                 const size_t at = written;
                 lock.unlock();
-                bool ok = log_.writeToLog(paths[at], r.modDate, r.errors, false);
+                bool ok = log_.writeToLog(paths[at], r, false);
                 lock.lock();
                 ++written;
                 if (!ok) {

@@ -18,6 +18,7 @@
 #include "core/LogWriter.h"
 #include "core/WorkThread.h"
 #include "fuzz/FuzzCommon.h"
+#include "printers/TextPrinter.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     else
         selection.folders.insert(folder.string());
 
-    sondrel::LogWriter log;
+    sondrel::LogWriter log(std::make_unique<sondrel::TextPrinter>());
     if (log.openLog((sondrel::fuzz::workFolder() / "log.txt").string())) return 0;
     sondrel::WorkThread scan(std::move(selection), settings, log, {}, (mode & 0x40) ? 2 : 1);
     scan.main();

@@ -9,14 +9,14 @@ packages=(
   # coverage report of the fuzz corpora (llvm-profdata, llvm-cov)
   llvm-14
   # libraries
-  libicu-dev libfmt-dev libcli11-dev liburiparser-dev
+  libicu-dev libfmt-dev libcli11-dev liburiparser-dev nlohmann-json3-dev
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
   libavif-dev libheif-dev libjxl-dev
   # the formats' own libraries, for verifying the audio
   libflac-dev libmpg123-dev libwavpack-dev libvorbis-dev libopusfile-dev
   libavformat-dev libavcodec-dev libavutil-dev
   # tests and benchmarks
-  libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine
+  libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine python3-jsonschema tmux
   # desktop application and its headless tests
   qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks

@@ -96,6 +96,14 @@ TEST(CliExit, CleanScanProblemsAndStatusLines) {
     EXPECT_EQ(quiet.status, 1);
     EXPECT_EQ(quiet.err, "");
     EXPECT_EQ(quiet.out.rfind("Sondrel Version ", 0), 0u) << "--log - writes the log to standard output";
+    // Without --log the log goes to standard output too; the stored LogPath
+    // is the desktop program's and is neither used nor set.
+    auto plain = runCli(d, "p");
+    EXPECT_EQ(plain.status, 1);
+    EXPECT_EQ(plain.out.substr(plain.out.find('\n')), log.substr(log.find('\n')));
+    EXPECT_NE(::access((d.path() + "/home/Documents").c_str(), F_OK), 0);
+    EXPECT_EQ(runCli(d, "--option LogPath=x.txt p").err,
+              "sondrel: LogPath is the desktop program's log file; use --log FILE\n");
 }
 
 TEST(CliExit, LogAlertsStopTheScanBeforeItStarts) {

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "core/LogWriter.h"
+#include "printers/TextPrinter.h"
 #include "tests/fixtures/CheckHelpers.h"
 
 namespace sondrel {
@@ -36,7 +37,7 @@ ScanRun scan(Selection sel, const std::string& logPath, unsigned jobs = 1,
              const std::map<std::string, std::string>& options = {},
              std::function<void(WorkThread&, const std::string&)> onStatus = {}) {
     ScanRun r;
-    LogWriter log;
+    LogWriter log(std::make_unique<TextPrinter>());
     EXPECT_FALSE(log.openLog(logPath));
     std::mutex m;
     WorkThread* self = nullptr;
