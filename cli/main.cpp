@@ -25,6 +25,7 @@
 #include "core/Text.h"
 #include "core/WorkThread.h"
 #include "formats/Checkers.h"
+#include "store/ResultStore.h"
 #include "verify/Verify.h"
 
 using namespace sondrel;
@@ -54,9 +55,9 @@ void installSignalHandlers() {
     signal(SIGPIPE, SIG_IGN);
 }
 
-const char* kBooleanKeys[] = {"LogAllFiles",        "LogPriv",        "LogDups",
-                              "SuppressTimeErrors", "MPEG4_MulAtoms", "MPEG4_MulData",
-                              "LogID3v1",           "LogPrompt",      "FirstTimeUsage"};
+const char* kBooleanKeys[] = {"LogAllFiles",    "LogPriv",       "LogDups",  "SuppressTimeErrors",
+                              "MPEG4_MulAtoms", "MPEG4_MulData", "LogID3v1", "LogPrompt",
+                              "FirstTimeUsage", "Cache"};
 
 bool isBooleanKey(const std::string& k) {
     for (const char* b : kBooleanKeys)
@@ -152,6 +153,9 @@ int main(int argc, char** argv) {
     bool mulAtoms = false, mulData = false, quiet = false, listCodesFlag = false, force = false;
     std::string minSeverity, selectCodes, ignoreCodes, explainCode, verifyTier;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
+    bool cache = false, noCache = false;
+    std::string cacheFile;
+    double recheckDays = -1;
 
     app.set_version_flag("-V,--version", fmt::format("sondrel ({}) {} (Build {})", build::kName,
                                                      build::kVersion, build::kBuild));
@@ -182,6 +186,16 @@ int main(int argc, char** argv) {
     app.add_option("--jobs,-j", jobs, "Files analysed at once (default: the number of processors)")
         ->check(CLI::Range(1u, 1024u).description(""))
         ->type_name("N");
+    app.add_flag("--cache", cache,
+                 "Keep results and check only files changed since the last scan (Cache); see --cache-file");
+    app.add_flag("--no-cache", noCache, "Check every file and keep no results, whatever Cache says");
+    app.add_option("--cache-file", cacheFile,
+                   "The results database (implies --cache; default: $XDG_CACHE_HOME/sondrel/results.sqlite)")
+        ->type_name("FILE");
+    app.add_option("--recheck-older-than", recheckDays,
+                   "Check a file again when its kept result is older than DAYS, even if it is unchanged")
+        ->check(CLI::NonNegativeNumber.description(""))
+        ->type_name("DAYS");
     app.add_option("--min-severity", minSeverity,
                    "Log only problems of this severity or graver: note, warning, error, damage (MinSeverity)")
         ->type_name("LEVEL");
@@ -214,6 +228,8 @@ int main(int argc, char** argv) {
     installCheckers();
     Settings settings = Settings::load();
     settings.ensureDefaultLogPath();
+    // The result cache is the command line's own option: off unless stored or asked for.
+    if (!settings.existsKey("Cache")) settings.overrideValue("Cache", "false");
     for (const auto& kv : options) {
         auto eq = kv.find('=');
         if (eq == std::string::npos || eq == 0) {
@@ -249,6 +265,8 @@ int main(int argc, char** argv) {
     flag(mulAtoms, "MPEG4_MulAtoms");
     flag(mulData, "MPEG4_MulData");
     if (!verifyTier.empty()) settings.overrideValue("Verify", verifyTier);
+    if (cache || !cacheFile.empty()) settings.overrideValue("Cache", "true");
+    if (noCache) settings.overrideValue("Cache", "false");
     if (!logPath.empty()) settings.overrideValue("LogPath", logPath);
     if (!minSeverity.empty()) settings.overrideValue("MinSeverity", minSeverity);
     if (!selectCodes.empty()) settings.overrideValue("SelectCodes", selectCodes);
@@ -345,6 +363,15 @@ int main(int argc, char** argv) {
         complain(path, std::strerror(error));
     };
     WorkThread scan(std::move(selection), settings, log, callbacks, jobs);
+    // A result cache that cannot be used is named once; the scan goes on without it.
+    auto store = ResultStore::forScan(
+        settings, cacheFile.empty() ? std::string() : fullPathIfResolvable(cacheFile).value_or(cacheFile),
+        recheckDays, fmt::format("{} {} (Build {})", build::kName, build::kVersion, build::kBuild),
+        verify::libraryVersions(), [&](const std::string& path, const std::string& reason) {
+            status.clear();
+            complain(path, reason);
+        });
+    scan.setResultCache(store.get());
 
     // Forward a signal to the scan: it finishes the files it has begun, logs
     // them, and stops.
@@ -358,6 +385,7 @@ int main(int argc, char** argv) {
     bool cancelled = scan.main();
     finished = true;
     watcher.join();
+    store.reset();
     log.closeLog();
     status.clear();
     if (log.readerGone()) return kReaderGone;

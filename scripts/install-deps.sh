@@ -14,6 +14,8 @@ packages=(
   libavif-dev libheif-dev libjxl-dev
   # the formats' own libraries, for verifying the audio
   libflac-dev libmpg123-dev libwavpack-dev
+  # the result store of incremental scans
+  libsqlite3-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine
   # desktop application and its headless tests
