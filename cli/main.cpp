@@ -155,7 +155,7 @@ int main(int argc, char** argv) {
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     bool cache = false, noCache = false;
     std::string cacheFile;
-    double recheckDays = -1;
+    int recheckDays = -1;
 
     app.set_version_flag("-V,--version", fmt::format("sondrel ({}) {} (Build {})", build::kName,
                                                      build::kVersion, build::kBuild));
@@ -194,7 +194,7 @@ int main(int argc, char** argv) {
         ->type_name("FILE");
     app.add_option("--recheck-older-than", recheckDays,
                    "Check a file again when its kept result is older than DAYS, even if it is unchanged")
-        ->check(CLI::NonNegativeNumber.description(""))
+        ->check(CLI::Range(0, 1000000).description(""))
         ->type_name("DAYS");
     app.add_option("--min-severity", minSeverity,
                    "Log only problems of this severity or graver: note, warning, error, damage (MinSeverity)")
