@@ -55,14 +55,14 @@ void installSignalHandlers() {
     signal(SIGPIPE, SIG_IGN);
 }
 
-const char* kBooleanKeys[] = {"LogAllFiles",    "LogPriv",       "LogDups",  "SuppressTimeErrors",
-                              "MPEG4_MulAtoms", "MPEG4_MulData", "LogID3v1", "LogPrompt",
-                              "FirstTimeUsage", "Cache"};
+const char* kBooleanKeys[] = {"LogAllFiles",        "LogPriv",        "LogDups",
+                              "SuppressTimeErrors", "MPEG4_MulAtoms", "MPEG4_MulData",
+                              "LogID3v1",           "LogPrompt",      "FirstTimeUsage"};
 
 bool isBooleanKey(const std::string& k) {
     for (const char* b : kBooleanKeys)
         if (k == b) return true;
-    return false;
+    return k == "Cache";  // the command line's own option
 }
 
 std::string extensionList() {
