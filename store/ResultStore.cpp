@@ -35,6 +35,7 @@ constexpr int kSchemaVersion = 1;
 constexpr size_t kBatchFiles = 512;
 constexpr size_t kBatchBytes = 8u << 20;
 constexpr auto kBatchAge = std::chrono::seconds(2);
+constexpr const char* kDamagedRow = "a stored result is damaged";
 
 // Problems that say more about the moment than about the file: a file that
 // could not be opened or examined, or a check that ran out of memory, is
@@ -369,9 +370,13 @@ void ResultStore::giveUp(const std::string& reason) {
     failed_ = true;
     pending_.clear();
     pendingBytes_ = 0;
+    // A damaged store of ours is only a cache: saying so lets the user
+    // start a new one. A file that is not ours is never offered for removal.
+    const bool damaged = reason == sqlite3_errstr(SQLITE_CORRUPT) || reason == kDamagedRow;
     if (options_.warn)
-        options_.warn(options_.path, fmt::format("result cache {}: {} (files are checked without it)",
-                                                 db_ && select_ ? "given up" : "not used", reason));
+        options_.warn(options_.path, fmt::format("result cache {}: {}{} (files are checked without it)",
+                                                 db_ && select_ ? "given up" : "not used", reason,
+                                                 damaged ? "; delete it to start a new cache" : ""));
 }
 
 bool ResultStore::usable() const {
@@ -409,7 +414,7 @@ std::optional<FileResult> ResultStore::lookup(const std::string& path, const str
                 r.errors = decodeProblems(data, size_t(std::max(size, 0)));
                 if (!r.errors) {
                     sqlite3_reset(s);
-                    giveUp("a stored result is damaged");
+                    giveUp(kDamagedRow);
                     return std::nullopt;
                 }
                 found = std::move(r);
