@@ -36,6 +36,7 @@
 #include "formats/Checkers.h"
 #include "printers/JsonLinesPrinter.h"
 #include "printers/TextPrinter.h"
+#include "store/ResultStore.h"
 #include "verify/Verify.h"
 
 using namespace sondrel;
@@ -72,7 +73,7 @@ const char* kBooleanKeys[] = {"LogAllFiles",        "LogPriv",        "LogDups",
 bool isBooleanKey(const std::string& k) {
     for (const char* b : kBooleanKeys)
         if (k == b) return true;
-    return false;
+    return k == "Cache";  // the command line's own option
 }
 
 std::string plural(uint64_t n) {
@@ -204,6 +205,8 @@ int main(int argc, char** argv) {
 
     installCheckers();
     Settings settings = Settings::load();
+    // The result cache is the command line's own option: off unless stored or asked for.
+    if (!settings.existsKey("Cache")) settings.overrideValue("Cache", "false");
     for (const auto& kv : options) {
         auto eq = kv.find('=');
         if (eq == std::string::npos || eq == 0) {
@@ -246,6 +249,8 @@ int main(int argc, char** argv) {
     if (!o.minSeverity.empty()) settings.overrideValue("MinSeverity", o.minSeverity);
     if (!o.selectCodes.empty()) settings.overrideValue("SelectCodes", o.selectCodes);
     if (!o.ignoreCodes.empty()) settings.overrideValue("IgnoreCodes", o.ignoreCodes);
+    if (o.cache || !o.cacheFile.empty()) settings.overrideValue("Cache", "true");
+    if (o.noCache) settings.overrideValue("Cache", "false");
     std::string filterProblem;
     if (!codes::Filter::make(settings.stringFromKey("MinSeverity"), settings.stringFromKey("SelectCodes"),
                              settings.stringFromKey("IgnoreCodes"), &filterProblem)) {
@@ -363,6 +368,20 @@ int main(int argc, char** argv) {
         complain(path, std::strerror(error));
     };
     WorkThread scan(std::move(selection), settings, log, callbacks, jobs);
+    // A result cache that cannot be used is named once; the scan goes on without it.
+    // The decoders' versions shape only verified results; asking for them
+    // loads the decoders, so a run that verifies nothing does not ask.
+    const bool verifies = settings.stringFromKey("Verify") != "off" && settings.boolFromKey("Cache");
+    auto store = ResultStore::forScan(
+        settings,
+        o.cacheFile.empty() ? std::string() : fullPathIfResolvable(o.cacheFile).value_or(o.cacheFile),
+        o.recheckDays, fmt::format("{} {} (Build {})", build::kName, build::kVersion, build::kBuild),
+        verifies ? verify::libraryVersions() : std::string(),
+        [&](const std::string& path, const std::string& reason) {
+            status.clear();
+            complain(path, reason);
+        });
+    scan.setResultCache(store.get());
 
     // Forward a signal to the scan: it finishes the files it has begun, logs
     // them, and stops. The watcher looks every 20 ms and is woken at once
@@ -382,6 +401,7 @@ int main(int argc, char** argv) {
     }
     watcherWake.notify_one();
     watcher.join();
+    store.reset();
     unreadable += scan.unreadable();
     int rc = kClean;
     if (cancelled)
