@@ -1,5 +1,6 @@
 #include "store/ResultStore.h"
 
+#include <dirent.h>
 #include <pwd.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -18,6 +19,7 @@
 
 #include "codes/ProblemCodes.h"
 #include "core/BuildInfo.h"
+#include "core/Module.h"
 #include "core/PathPredicates.h"
 #include "core/Settings.h"
 
@@ -173,6 +175,18 @@ std::string loadedFiles() {
         std::string range, perms;
         fields >> range >> perms;
         if (perms.find('x') != std::string::npos) paths.insert(line.substr(slash));
+    }
+    // The modules loaded on first use (the image and audio decoders) may not
+    // be mapped yet: every module file beside them counts as well.
+    const std::string probe = module::pathOf("probe");
+    const std::string folder = probe.substr(0, probe.rfind('/'));
+    if (DIR* d = ::opendir(folder.c_str())) {
+        while (const dirent* e = ::readdir(d)) {
+            const std::string_view name = e->d_name;
+            if (name.size() > 3 && name.substr(name.size() - 3) == ".so")
+                paths.insert(folder + "/" + e->d_name);
+        }
+        ::closedir(d);
     }
     std::string out;
     for (const auto& p : paths) {
