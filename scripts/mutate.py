@@ -44,6 +44,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 FOLDERS = ("core", "formats")
 EQUIVALENT_FILE = os.path.join(ROOT, "scripts", "mutation-equivalent.txt")
 SLOW_TESTS = "*RealFiles*:*Corpus*:Hostile*:EverydayFiles*:Verify*:ApeFiles*:ScanCancel*:CliCancel*"
+CLI_TESTS = "Cli*:ImageValidator.EveryDecoderAcceptsItsOwnImages-CliCancel*"
 
 # ---------------------------------------------------------------------------
 # A small C++ tokenizer: enough to find operands, not a parser.
@@ -117,7 +118,10 @@ KEYWORDS_NOT_OPERANDS = {
     "namespace", "struct", "class", "enum", "default", "goto", "break", "continue", "unsigned",
     "int", "char", "bool", "void", "long", "short", "double", "float", "signed",
 }
-LEFT_STOP = {"(", ",", "&&", "||", "=", "return", "?", ":", "{", ";", "[", "+=", "-=", "|=", "&=", "!"}
+# Tokens that may stand before an operand of a comparison or a subtraction
+# without binding tighter than it (so wrapping the site in parentheses keeps
+# the original meaning).
+LEFT_STOP = {"(", ",", "&&", "||", "=", "return", "?", ":", "{", ";", "[", "+=", "-=", "|=", "&="}
 RIGHT_STOP = {")", ",", "&&", "||", ";", "?", ":", "]", "}"}
 RELATIONAL = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
 
@@ -334,7 +338,7 @@ def find_mutants(path, src):
             if t.text in ("<", ">") and (toks[i + 1].text in CASTS or toks[ls].text in CASTS and ls == i - 1):
                 continue
             plain = text(ls, i - 1) + " " + RELATIONAL[t.text] + " " + text(i + 1, re_ - 1)
-            add("relational", ls, re_ - 1, plain, "bool", "%s -> %s" % (t.text, RELATIONAL[t.text]))
+            add("relational", ls, re_ - 1, plain, "bool", "%s -> %s" % (text(ls, re_ - 1), plain))
         elif t.text == "-" and i > 0:
             if toks[i - 1].kind == "op" and toks[i - 1].text not in (")", "]", "++", "--"):
                 continue  # unary minus
@@ -342,14 +346,14 @@ def find_mutants(path, src):
             re_ = operand_forward(toks, i + 1)
             if ls is None or re_ is None or ls == 0 or re_ >= len(toks):
                 continue
-            if toks[ls - 1].text not in LEFT_STOP | set(RELATIONAL) | {"+", "-"}:
+            if toks[ls - 1].text not in LEFT_STOP | set(RELATIONAL):
                 continue
             if toks[re_].text not in RIGHT_STOP | set(RELATIONAL) | {"+", "-"}:
                 continue
             a, b = text(ls, i - 1), text(i + 1, re_ - 1)
             if a == b:
                 continue
-            add("swap-sub", ls, re_ - 1, "%s - %s" % (b, a), "value", "a - b -> b - a")
+            add("swap-sub", ls, re_ - 1, "%s - %s" % (b, a), "value", "%s - %s -> %s - %s" % (a, b, b, a))
     # Keep properly nested sites only.
     out.sort(key=lambda m: (m.s, -m.e))
     kept, stack = [], []
@@ -362,6 +366,12 @@ def find_mutants(path, src):
             continue
         kept.append(m)
         stack.append(m)
+    # The same mutation twice on one line: number the later ones.
+    seen = collections.Counter()
+    for m in kept:
+        seen[(m.line, m.desc)] += 1
+        if seen[(m.line, m.desc)] > 1:
+            m.desc += " (%d. on the line)" % seen[(m.line, m.desc)]
     return kept
 
 
@@ -404,13 +414,40 @@ def source_files():
 
 
 def load_equivalents():
-    keys = set()
+    """The keys of equivalent mutants, and (path, function name) of functions
+    nothing calls: every mutant inside them is equivalent."""
+    keys, dead = set(), set()
     if os.path.exists(EQUIVALENT_FILE):
         for line in open(EQUIVALENT_FILE, encoding="utf-8"):
             line = line.strip()
-            if line and not line.startswith("#"):
+            if not line or line.startswith("#"):
+                continue
+            parts = [p.strip() for p in line.split("|")]
+            if len(parts) == 3 and parts[1] == "uncalled function":
+                dead.add((parts[0], parts[2]))
+            else:
                 keys.add(" ".join(line.split()))
-    return keys
+    return keys, dead
+
+
+def function_spans(src, name):
+    """(first, last) line of each definition of a function called `name`."""
+    toks = tokenize(src)
+    spans = []
+    for i, t in enumerate(toks):
+        if t.text != name or i + 1 >= len(toks) or toks[i + 1].text != "(":
+            continue
+        if i > 0 and toks[i - 1].text in (".", "->", "=", "(", ",", "return"):
+            continue
+        e = match_forward(toks, i + 1)
+        j = e + 1 if e is not None else len(toks)
+        while j < len(toks) and toks[j].text not in ("{", ";"):
+            j += 1
+        if j < len(toks) and toks[j].text == "{":
+            end = match_forward(toks, j)
+            if end is not None:
+                spans.append((t.line, toks[end].line))
+    return spans
 
 
 # ---------------------------------------------------------------------------
@@ -532,37 +569,52 @@ def build(bindir, srcdir, log):
 # Running the fast tests.
 
 
-def run_tests(bindir, mutant, timeout, trace=None, gtest_filter=None):
+def run_gtest(bindir, env, flt, timeout, fail_fast):
+    """(failed test names, return code); a timeout raises."""
+    p = subprocess.run([os.path.join(bindir, "tests", "sondrel_tests"), "--gtest_filter=" + flt, "--gtest_brief=1"]
+                       + (["--gtest_fail_fast"] if fail_fast else []),
+                       env=env, capture_output=True, text=True, timeout=timeout, cwd=bindir)
+    return re.findall(r"^\[  FAILED  \] (\S+)", p.stdout, re.M), p.returncode
+
+
+def run_examples(bindir, env, timeout):
+    run_py = os.path.join(shared_dir(), "examples", "run.py")
+    p = subprocess.run([sys.executable, run_py, "--bin", os.path.join(bindir, "cli", "sondrel"), "--timeout", "10"],
+                       env=env, capture_output=True, text=True, timeout=timeout)
+    return set(re.findall(r"^FAIL (\S+)", p.stdout, re.M)) - BASELINE_EXAMPLE_FAILS
+
+
+def run_tests(bindir, mutant, timeout, trace=None, full=False):
+    """Runs the fast tests, cheapest first, and stops at the first failure
+    (unless `full`). Returns (reason it was killed or None, (failed examples,
+    failed unit tests, return code))."""
     env = dict(os.environ, SONDREL_MUTANT=str(mutant))
     env.pop("SONDREL_MUTANT_TRACE", None)
     if trace:
         env["SONDREL_MUTANT_TRACE"] = trace
-    cli = os.path.join(bindir, "cli", "sondrel")
-    run_py = os.path.join(shared_dir(), "examples", "run.py")
-    t0 = time.time()
+    deadline = time.time() + timeout
+    stop_early = not (trace or full)
+    ex_fails, ut_fails, rc = set(), [], 0
     try:
-        p = subprocess.run([sys.executable, run_py, "--bin", cli, "--timeout", "5"], env=env,
-                           capture_output=True, text=True, timeout=timeout)
-        fails = set(re.findall(r"^FAIL (\S+)", p.stdout, re.M))
+        # In-process unit tests first, the command line's end-to-end tests last.
+        for stage in ("unit", "examples", "cli"):
+            left = max(5.0, deadline - time.time())
+            if stage == "examples":
+                ex_fails = run_examples(bindir, env, left)
+                if ex_fails and stop_early:
+                    return "examples: " + " ".join(sorted(ex_fails)[:3]), (ex_fails, [], 0)
+                continue
+            flt = ("-" + SLOW_TESTS + ":" + CLI_TESTS) if stage == "unit" else CLI_TESTS
+            failed, code = run_gtest(bindir, env, flt, left, stop_early)
+            ut_fails += failed
+            rc = rc or code
+            if code and stop_early:
+                return "unit tests: " + (" ".join(failed[:3]) or "exit %d" % code), (set(), failed, code)
     except subprocess.TimeoutExpired:
-        return "examples timeout", None
-    fails -= BASELINE_EXAMPLE_FAILS
-    if fails and not trace:
-        return "examples: " + " ".join(sorted(fails)[:3]), fails
-    left = max(5.0, timeout - (time.time() - t0))
-    flt = gtest_filter or ("-" + SLOW_TESTS)
-    try:
-        p = subprocess.run([os.path.join(bindir, "tests", "sondrel_tests"), "--gtest_filter=" + flt,
-                            "--gtest_brief=1"] + ([] if trace else ["--gtest_fail_fast"]),
-                           env=env, capture_output=True, text=True, timeout=left, cwd=bindir)
-    except subprocess.TimeoutExpired:
-        return "unit tests timeout", None
-    if p.returncode != 0:
-        failed = re.findall(r"^\[  FAILED  \] (\S+)", p.stdout, re.M)
-        if trace:
-            return None, (fails, failed, p.returncode)
-        return "unit tests: " + (" ".join(failed[:3]) or "exit %d" % p.returncode), failed
-    return None, (fails, [], 0)
+        return "timeout", None
+    if (ex_fails or rc) and full:
+        return "killed", (ex_fails, ut_fails, rc)
+    return None, (ex_fails, ut_fails, rc)
 
 
 BASELINE_EXAMPLE_FAILS = set()
@@ -577,6 +629,9 @@ def main():
     ap.add_argument("--list", action="store_true", help="list the mutants and stop")
     ap.add_argument("--only", default="", help="only files whose path contains this text")
     ap.add_argument("--ids", default="", help="comma-separated mutant ids to run (after a build)")
+    ap.add_argument("--matrix", default="", help="write which example cases and unit tests kill each mutant (JSON);"
+                    " slower: every test runs for every mutant")
+    ap.add_argument("--jobs", type=int, default=1, help="mutants checked at once")
     ap.add_argument("--dir", default=os.path.join(ROOT, "build", "mutation"))
     args = ap.parse_args()
 
@@ -597,12 +652,19 @@ def main():
         all_mutants.extend(find_mutants(rel, sources[rel]))
     for n, m in enumerate(all_mutants, 1):
         m.id = n
-    equivalent = load_equivalents()
+    equivalent, dead = load_equivalents()
+    dead_lines = collections.defaultdict(list)
+    for path, name in dead:
+        if path in sources:
+            dead_lines[path] += function_spans(sources[path], name)
     say("%d mutant sites in %d files" % (len(all_mutants), len(sources)))
 
     # Drop sites that do not compile in schema form, file by file, until the build passes.
     dropped_file = os.path.join(args.dir, "dropped.json")
-    fingerprint = hashlib.sha1("".join(sources[k] for k in sorted(sources)).encode()).hexdigest()
+    # The sites that failed to compile stay valid while the sites and their
+    # rewritten forms are the same.
+    fingerprint = hashlib.sha1(repr([(m.path, m.s, m.e, m.plain, m.wrap) for m in all_mutants]).encode()
+                               + "".join(sources[k] for k in sorted(sources)).encode()).hexdigest()
     dropped = set()
     if os.path.exists(dropped_file):
         saved = json.load(open(dropped_file))
@@ -649,7 +711,7 @@ def main():
     why, info = run_tests(bindir, 0, 1800, trace=trace)
     fails, failed, rc = info if info else (set(), [], 0)
     if failed or rc:
-        say("the unit tests fail without a mutant: %s" % " ".join(failed))
+        say("the unit tests fail without a mutant: %s (exit %d)" % (" ".join(failed), rc))
         return 2
     BASELINE_EXAMPLE_FAILS = fails
     if fails:
@@ -659,7 +721,13 @@ def main():
         reached = {int(x) for x in open(trace).read().split()}
     say("%d of %d sites reached by the fast tests" % (len(reached & {m.id for m in live}), len(live)))
 
-    pool = [m for m in live if m.key() not in equivalent]
+    def is_equivalent(m):
+        if any(a <= m.line <= b for a, b in dead_lines.get(m.path, [])):
+            return True
+        k = " ".join(m.key().split())
+        return k in equivalent or " ".join(("%s | * | %s" % (m.path, m.src_line)).split()) in equivalent
+
+    pool = [m for m in live if not is_equivalent(m)]
     n_equiv = len(live) - len(pool)
     if args.ids:
         want = {int(x) for x in args.ids.split(",")}
@@ -671,15 +739,23 @@ def main():
         pool.sort(key=lambda m: m.id)
     say("checking %d mutants (%d equivalent ones excluded)" % (len(pool), n_equiv))
 
-    results = []
-    for k, m in enumerate(pool, 1):
+    results, matrix = [], {}
+
+    def check(m):
         if m.id not in reached:
-            verdict, why = "survived", "not reached"
-        else:
-            why, _ = run_tests(bindir, m.id, args.timeout)
-            verdict = "killed" if why else "survived"
-        results.append((m, verdict, why or ""))
-        say("[%d/%d] #%d %s %s:%d %s — %s" % (k, len(pool), m.id, verdict, m.path, m.line, m.desc, why or ""))
+            return m, "survived", "not reached", None
+        why, info = run_tests(bindir, m.id, args.timeout, full=bool(args.matrix))
+        return m, "killed" if why else "survived", why or "", info
+
+    from concurrent.futures import ThreadPoolExecutor
+    with ThreadPoolExecutor(max_workers=max(1, args.jobs)) as ex:
+        for k, (m, verdict, why, info) in enumerate(ex.map(check, pool), 1):
+            if args.matrix and why != "not reached":
+                exs, ut = (sorted(info[0]), sorted(info[1])) if isinstance(info, tuple) else ([], [why])
+                matrix[m.key()] = {"id": m.id, "path": m.path, "examples": exs, "tests": ut}
+                json.dump(matrix, open(args.matrix, "w"), indent=1)
+            results.append((m, verdict, why))
+            say("[%d/%d] #%d %s %s:%d %s — %s" % (k, len(pool), m.id, verdict, m.path, m.line, m.desc, why))
 
     per = collections.OrderedDict()
     for m, verdict, _ in results:
