@@ -193,6 +193,9 @@ TEST(ID3Walk, WholeTagUnsynchronisation) {
     // undoes its own (were the tag compacted too, the frame would overrun).
     const Bytes v24 = id3Frame("TIT2", {0, 'A', 0xFF, 0, 'B', 0}, 4, 0x0002);
     EXPECT_EQ(readTag(withAudio(id3Tag(4, v24, 0x80))).log, framing(10, kMarker));
+    // v2.2 is compacted as a whole like v2.3.
+    const Bytes v22 = ByteBuilder().str("TT2").be24(5).bytes({0, 'A', 0xFF, 0, 'B', 0}).take();
+    EXPECT_EQ(readTag(withAudio(id3Tag(2, v22, 0x80))).log, framing(10, kMarker));
     // Away from the file start the walk ends at the compacted length, which
     // is not an offset: the walk stays inside the tag's bytes.
     EXPECT_EQ(readTag(concat({Bytes(100, 'j'), id3Tag(3, frame, 0x80), mpegAudio()}), 100).log,
