@@ -50,7 +50,9 @@ const std::map<std::string, uint64_t> kMinimumSize = {
 TEST(Corpus, EveryFileIsCheckedQuicklyWithASensibleVerdict) {
     const fs::path root = fs::path(SONDREL_SHARED_DIR) / "corpus";
     if (!fs::exists(root)) GTEST_SKIP() << "no corpus";
-    const std::regex problem("    [0-9]{12}  (File|Container|Framing|Tag|Fatal|Privacy): .+");
+    // A problem line; lines of a message that spans several are not checked.
+    const std::regex problem(
+        "    [0-9]{12,}  (File|Container|Framing|Tag|Fatal|Privacy|Rename\\(mp3\\)): .+");
     size_t scanned = 0, damagedSeen = 0, cleanSeen = 0;
     for (const auto& e : fs::recursive_directory_iterator(root)) {
         std::string ext = e.path().extension().string();
@@ -64,7 +66,7 @@ TEST(Corpus, EveryFileIsCheckedQuicklyWithASensibleVerdict) {
         ++scanned;
         std::istringstream lines(problems);
         for (std::string l; std::getline(lines, l);)
-            EXPECT_TRUE(std::regex_match(l, problem)) << name << ": " << l;
+            if (l.starts_with("    ")) EXPECT_TRUE(std::regex_match(l, problem)) << name << ": " << l;
         const auto minimum = kMinimumSize.find(ext);
         if (kDamaged.count(name) || (minimum != kMinimumSize.end() && e.file_size() < minimum->second)) {
             damagedSeen += kDamaged.count(name);

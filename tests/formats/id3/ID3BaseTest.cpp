@@ -171,6 +171,7 @@ TEST(ID3Walk, SynchsafeOrPlainSizesInV24) {
     const std::pair<Bytes, uint64_t> cases[] = {
         {concat({plain("TPE1", body(200, 'a')), marker}), 220},  // 00 00 00 C8: bit 7 set
         {concat({plain("TPE1", body(130, 'a')), marker}), 150},  // 00 00 00 82
+        {concat({plain("TPE1", body(256, 'a')), marker}), 276},  // 00 00 01 00: synchsafe 128 leads nowhere
         {concat({plain("TPE1", body(300, 'c')), plain("TALB", decoy), marker}), 586},
         {concat({id3Frame("TPE1", body(200, 'a'), 4), markerFrame(4)}), 220},  // true synchsafe stays so
     };
