@@ -21,9 +21,14 @@ without its slow groups (encoder files, corpus, hostile shapes, verification). A
 test, a crash or a timeout kills the mutant.
 
 Usage:
-    python3 scripts/mutate.py --sample 300 --seed 1     # random sample, a few minutes per 100
-    python3 scripts/mutate.py                           # every mutant (slow)
-    python3 scripts/mutate.py --list                    # only list the mutants
+    python3 scripts/mutate.py --sample 320 --seed 1 --jobs 2   # random sample
+    python3 scripts/mutate.py --ids 75,655                      # these mutants only
+    python3 scripts/mutate.py                                   # every mutant (hours)
+    python3 scripts/mutate.py --list                            # only list the mutants
+A killed mutant costs seconds (the first failing test stops the run); a survivor costs
+one run of every fast test (half a minute on a busy machine). The first build takes as
+long as an ordinary one; later runs rebuild only what changed. Progress goes to
+build/mutation/progress.log, the summary to build/mutation/report.txt.
 Equivalent mutants (no test can tell them apart) are listed, with the reason, in
 scripts/mutation-equivalent.txt and left out of the count.
 """
