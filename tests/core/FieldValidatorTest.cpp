@@ -127,7 +127,7 @@ TEST(FieldValidatorTime, IsoSubsetGrammar) {
         EXPECT_TRUE(FieldValidator::isValidTimeStamp(good)) << good;
     }
     for (const char* bad :
-         {"0999", "20211", "abcd", "", "-2021", "2021-13", "2021-00", "2021-02-30", "2021-04-31",
+         {"0999", "10000", "20211", "abcd", "", "-2021", "2021-13", "2021-00", "2021-02-30", "2021-04-31",
           "2021-01-01T10:30Z", "2021-01-01T24:00", "2021-01-01T10:60", "2021-01-01T10:30:60", "2021/01",
           "2021-01-01 10:00", "2021- 03", "2021--03", "2021-01-01t10"}) {
         EXPECT_FALSE(FieldValidator::isValidTimeStamp(bad)) << bad;

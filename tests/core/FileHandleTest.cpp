@@ -82,6 +82,8 @@ TEST(FileHandleOpen, RefusesWhatIsNotARegularFileWithoutBlocking) {
     EXPECT_EQ(err, "The item is a FIFO (named pipe), not a regular file");
     EXPECT_FALSE(FileHandle::openForReading(dir.path(), err));
     EXPECT_EQ(err, "The item is a folder, not a file");
+    EXPECT_FALSE(FileHandle::openForReading("/dev/null", err));
+    EXPECT_EQ(err, "The item is a device, not a regular file");
     EXPECT_FALSE(FileHandle::openForReading(dir.path() + "/missing.mp3", err));
     EXPECT_EQ(err, "No such file or directory");
 }

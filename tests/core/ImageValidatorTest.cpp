@@ -105,13 +105,17 @@ TEST(ImageValidator, EveryDecoderAcceptsItsOwnImages) {
     std::vector<std::pair<std::string, Bytes>> images = {{"jpeg", makeJPEG(33, 17)},
                                                          {"progressive jpeg", makeJPEG(40, 24, true, true)},
                                                          {"png", makePNG(19, 7)}};
-    // The other decodable types, as an image converter writes them.
+    // The other decodable types, as an image converter writes them, one pixel
+    // wide (the smallest image there is).
     fixtures::TempDir dir;
     for (const char* ext : {"gif", "webp", "tiff", "bmp"}) {
-        const std::string path = dir.path() + "/x." + ext;
-        if (fixtures::haveTool("ffmpeg") &&
-            fixtures::run("ffmpeg -nostdin -v error -f lavfi -i testsrc=s=30x20 -frames:v 1 " + path))
-            images.emplace_back(ext, readFile(path));
+        for (const char* size : {"30:20", "1:1"}) {
+            const std::string path = dir.path() + "/x" + size + "." + ext;
+            if (fixtures::haveTool("ffmpeg") &&
+                fixtures::run("ffmpeg -nostdin -v error -f lavfi -i testsrc=s=32x32,scale=" +
+                              std::string(size) + " -frames:v 1 '" + path + "'"))
+                images.emplace_back(path, readFile(path));
+        }
     }
     for (const auto& [name, bytes] : images) {
         EXPECT_TRUE(canDecode(bytes.data(), bytes.size())) << name;

@@ -15,7 +15,7 @@ Bytes b(std::initializer_list<uint8_t> l) {
 }
 
 TEST(TextDecoding, Utf8IsStrict) {
-    EXPECT_EQ(text::decodeUTF8(b({'a', 0xC3, 0xA9})), "a\xC3\xA9");
+    EXPECT_EQ(text::decodeUTF8(b({'a', 0xC3, 0xA9, 0xE0, 0xA0, 0x80})), "a\xC3\xA9\xE0\xA0\x80");
     EXPECT_TRUE(text::decodeUTF8(b({0x00, 0xEF, 0xBB, 0xBF}))) << "NUL and a byte-order mark are characters";
     EXPECT_FALSE(text::decodeUTF8(b({0xC0, 0x80}))) << "overlong";
     EXPECT_FALSE(text::decodeUTF8(b({0xED, 0xA0, 0x80}))) << "surrogate";
@@ -30,8 +30,10 @@ TEST(TextDecoding, Utf16ByteOrderMarksAndFaults) {
     EXPECT_EQ(text::decodeUTF16WithBOM(b({0xFE, 0xFF, 0, 'h'})), "h");
     EXPECT_EQ(text::decodeUTF16WithBOM(b({0, 'h'})), "h") << "no mark means big-endian";
     EXPECT_EQ(text::decodeUTF16BE(b({0xD8, 0x3D, 0xDE, 0x00})), "\xF0\x9F\x98\x80");
+    EXPECT_EQ(text::decodeUTF16BE(b({0xDB, 0xFF, 0xDF, 0xFF})), "\xF4\x8F\xBF\xBF") << "U+10FFFF";
     EXPECT_FALSE(text::decodeUTF16BE(b({0, 'h', 0})));
-    EXPECT_FALSE(text::decodeUTF16BE(b({0xD8, 0x3D, 0, 'a'}))) << "unpaired surrogate";
+    for (const Bytes& lone : {b({0xD8, 0x3D, 0, 'a'}), b({0xDC, 0x00}), b({0xDF, 0xFF})})
+        EXPECT_FALSE(text::decodeUTF16BE(lone)) << "unpaired surrogate";
 }
 
 TEST(TextCharacters, DirtIsControlAndFormatButNotLineBreaksOrTab) {
@@ -82,8 +84,11 @@ TEST(TextPathEscape, HeadingsStayOneLineAndKeepEveryByte) {
     }
     EXPECT_NE(text::escapePath("dup\xff"), text::escapePath("dup\xfe"));
     EXPECT_NE(text::escapePath("a\\x41"), text::escapePath("aA"));
-    for (const char* bad : {"\\", "a\\q", "\\x4", "\\xG0", "\\u{110000}", "\\u{D800}", "\\u{41", "\\u{}"})
+    for (const char* bad :
+         {"\\", "a\\q", "\\x4", "\\xG0", "\\u{110000}", "\\u{D800}", "\\u{DFFF}", "\\u{41", "\\u{}"})
         EXPECT_EQ(text::unescapePath(bad), std::nullopt) << bad;
+    EXPECT_EQ(text::unescapePath("a\\x41"), "aA") << "an escape at the very end";
+    EXPECT_EQ(text::unescapePath("\\u{E000}"), "\xEE\x80\x80");
 }
 
 TEST(PathPredicatesTest, ExtensionsAreCaseInsensitiveSuffixesWithTheDot) {
@@ -95,6 +100,7 @@ TEST(PathPredicatesTest, ExtensionsAreCaseInsensitiveSuffixesWithTheDot) {
     EXPECT_TRUE(isAiffFile("a.aif"));
     EXPECT_FALSE(isAudioFile("a.txt"));
     EXPECT_TRUE(isPlistFile("x.plist"));
+    EXPECT_TRUE(text::endsWithCaseInsensitive("Caf\xC3\x89.X", "\xC3\xA9.x")) << "folded beyond ASCII";
 }
 
 TEST(PathPredicatesTest, FullPathsAreLexicallyNormalised) {

@@ -71,7 +71,7 @@ TEST(WavTag, RecoveryAndID3Chunks) {
     const Bytes badID3 = riffChunk("id3 ", badVersionTag());
     Bytes noTag = cleanTag();
     noTag[0] = 'X';
-    const std::string bad("\x01xyz", 4), del("\x7fxyz", 4);
+    const std::string bad("\x01xyz", 4), del("xyz\x7f", 4);
     const Bytes delAfterData = wavFile({kFmt, dataChunk(4), rawRiffChunk(del, 4, ByteBuilder().zeros(4))});
     expectLogs(
         "x.wav",

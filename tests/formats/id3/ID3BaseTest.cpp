@@ -171,6 +171,7 @@ TEST(ID3Walk, SynchsafeOrPlainSizesInV24) {
     const std::pair<Bytes, uint64_t> cases[] = {
         {concat({plain("TPE1", body(200, 'a')), marker}), 220},  // 00 00 00 C8: bit 7 set
         {concat({plain("TPE1", body(130, 'a')), marker}), 150},  // 00 00 00 82
+        {concat({plain("TPE1", body(256, 'a')), marker}), 276},  // 00 00 01 00: synchsafe 128 leads nowhere
         {concat({plain("TPE1", body(300, 'c')), plain("TALB", decoy), marker}), 586},
         {concat({id3Frame("TPE1", body(200, 'a'), 4), markerFrame(4)}), 220},  // true synchsafe stays so
     };
@@ -193,6 +194,9 @@ TEST(ID3Walk, WholeTagUnsynchronisation) {
     // undoes its own (were the tag compacted too, the frame would overrun).
     const Bytes v24 = id3Frame("TIT2", {0, 'A', 0xFF, 0, 'B', 0}, 4, 0x0002);
     EXPECT_EQ(readTag(withAudio(id3Tag(4, v24, 0x80))).log, framing(10, kMarker));
+    // v2.2 is compacted as a whole like v2.3.
+    const Bytes v22 = ByteBuilder().str("TT2").be24(5).bytes({0, 'A', 0xFF, 0, 'B', 0}).take();
+    EXPECT_EQ(readTag(withAudio(id3Tag(2, v22, 0x80))).log, framing(10, kMarker));
     // Away from the file start the walk ends at the compacted length, which
     // is not an offset: the walk stays inside the tag's bytes.
     EXPECT_EQ(readTag(concat({Bytes(100, 'j'), id3Tag(3, frame, 0x80), mpegAudio()}), 100).log,

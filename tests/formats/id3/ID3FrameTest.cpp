@@ -108,6 +108,7 @@ TEST(ID3TextFrames, NilsEncodingsTerminatorsCommentsAndLyrics) {
         {3, id3Frame("TXXX", {1, 0xFF, 0xFE, 'd', 0, 0, 'x', 0}),
          at10("TXXX", kUnterminated, "missing Description field")},
         {3, id3Frame("COMM", body("\0en"sv)), at10("COMM", "insufficient data for frame")},
+        {3, id3Frame("COMM", body("\0eng"sv)), at10("COMM", kUnterminated, "missing description field")},
         {3, id3Frame("USLT", body("\0engwords"sv)), at10("USLT", kUnterminated, "missing description field")},
         {3, id3Frame("COMM", body("\0eng\0a\0b"sv)), at10("COMM", "text string contains redundant nil(s)")},
         {4, id3Frame("TCON", id3Text("17\0"sv), 4), at10("TCON", kTrailingNil)},
@@ -135,10 +136,10 @@ TEST(ID3TextFrames, NilsEncodingsTerminatorsCommentsAndLyrics) {
 
 TEST(ID3Genre, NumericReferencesAndText) {
     const std::pair<const char*, const char*> cases[] = {
-        {"(17)", "#"},        {"17", "#"},          {"(17)Rock", "#"}, {"(17)x(3)", "#"},
-        {"17Rock", "17Rock"}, {"(148)", "(148)"},   {"148", "148"},    {"Rock", "Rock"},
-        {"(RX)", "Remix"},    {"(CR)Pop", "Cover"}, {"RX", "Remix"},   {"CR", "Cover"},
-        {"RXX", "RXX"},       {"(17", "(17"},       {"()", "()"},      {"", ""},
+        {"(17)", "#"},     {"9", "#"},           {"(0)", "#"},       {"17", "#"},     {"(17)Rock", "#"},
+        {"(17)x(3)", "#"}, {"17Rock", "17Rock"}, {"(148)", "(148)"}, {"148", "148"},  {"Rock", "Rock"},
+        {"(RX)", "Remix"}, {"(CR)Pop", "Cover"}, {"RX", "Remix"},    {"CR", "Cover"}, {"RXX", "RXX"},
+        {"(17", "(17"},    {"()", "()"},         {"", ""},
     };
     for (const auto& [in, out] : cases) EXPECT_EQ(id3::genreValue(in), out) << in;
     EXPECT_EQ(inTag(4, {id3Frame("TCON", id3Text("(12)\0"sv), 4)}).item(field::Genre)->value, "#");
@@ -186,6 +187,7 @@ TEST(ID3Ownership, PurchaseDateAndSeller) {
     const std::string o = "OWNE";
     expectLogs({
         {4, owne("20211301"), ""},
+        {4, owne("20211301", {}), ""},  // no seller: the date ends the frame
         {4, owne("        "), at10(o, "empty purchase date field")},
         {4, owne("abcdefgh"), at10(o, "invalid purchase date field")},
         {4, owne("09991231"), at10(o, "invalid purchase date field")},
