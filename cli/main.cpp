@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cli/CliStatus.h"
+#include "cli/OptionDocs.h"
 #include "codes/ProblemCodes.h"
 #include "core/BuildInfo.h"
 #include "core/FormatTable.h"
@@ -198,6 +199,9 @@ int main(int argc, char** argv) {
     app.add_flag("--quiet,-q", quiet, "No progress and no final status on standard error");
     app.add_option("PATH", paths, "Folders and audio files to check")->type_name("");
 
+    std::string generateWhat;
+    cli::addGenerateOption(app, generateWhat);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -205,6 +209,7 @@ int main(int argc, char** argv) {
         return rc == 0 ? 0 : kCannotRun;
     }
 
+    if (!generateWhat.empty()) return cli::generate(app, generateWhat);
     if (listCodesFlag) {
         listCodes();
         return kClean;

@@ -21,6 +21,8 @@ packages=(
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
   ffmpeg lame flac vorbis-tools opus-tools wavpack sox eyed3 python3-mutagen id3v2 atomicparsley mp3val mpg123
   libavif-bin libheif-examples libjxl-tools
+  # Debian packages: building them, checking them, and what the check runs on the installed files
+  devscripts debhelper dpkg-dev lintian fakeroot desktop-file-utils appstream man-db bash-completion qt6-qpa-plugins
 )
 
 missing=()
