@@ -50,6 +50,8 @@ int main(int argc, char** argv) {
     sondrel::installCheckers();
     QApplication::setApplicationName(sondrel::build::kName);
     QApplication::setApplicationVersion(sondrel::build::kVersion);
+    // Ties the windows to the installed desktop entry (its name and icon).
+    QGuiApplication::setDesktopFileName("org.sondrel.Sondrel");
     QApplication::setQuitOnLastWindowClosed(false);
 
     QCommandLineParser parser;

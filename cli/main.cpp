@@ -24,6 +24,7 @@
 
 #include "cli/CliStatus.h"
 #include "cli/Options.h"
+#include "cli/OptionDocs.h"
 #include "codes/ProblemCodes.h"
 #include "core/BuildInfo.h"
 #include "core/FormatTable.h"
@@ -185,6 +186,10 @@ int main(int argc, char** argv) {
     CLI::App app{"", "sondrel"};
     CliOptions o;
     defineOptions(app, o, Settings::defaultConfigFolder() + "/settings.conf");
+
+    std::string generateWhat;
+    cli::addGenerateOption(app, generateWhat);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -197,6 +202,7 @@ int main(int argc, char** argv) {
     const std::string& explainCode = o.explainCode;
     const unsigned jobs = o.jobs;
 
+    if (!generateWhat.empty()) return cli::generate(app, generateWhat);
     if (listCodesFlag) {
         listCodes();
         return kClean;

@@ -1,22 +1,26 @@
 #!/usr/bin/env bash
-# Installs every Debian package that building, testing, fuzzing and benchmarking need.
+# Installs every Debian package that building, testing, fuzzing, benchmarking
+# and packaging need; with the argument "cli", only what building the command
+# line program needs (the first run, scripts/demo.sh).
 # Safe to run again: apt-get skips what is already there.
 set -euo pipefail
 
-packages=(
-  # toolchain and build
-  build-essential g++ cmake ninja-build pkg-config clang clang-format libclang-rt-14-dev
-  # coverage report of the fuzz corpora (llvm-profdata, llvm-cov)
-  llvm-14
-  # libraries
+cli_packages=(
+  build-essential g++ cmake ninja-build pkg-config
   libicu-dev libfmt-dev libcli11-dev liburiparser-dev nlohmann-json3-dev
   libjpeg62-turbo-dev libpng-dev libgif-dev libwebp-dev libtiff-dev libstb-dev
   libavif-dev libheif-dev libjxl-dev
-  # the formats' own libraries, for verifying the audio
   libflac-dev libmpg123-dev libwavpack-dev libvorbis-dev libopusfile-dev
   libavformat-dev libavcodec-dev libavutil-dev
-  # the result store of incremental scans
   libsqlite3-dev
+)
+
+packages=(
+  "${cli_packages[@]}"
+  # toolchain and build
+  clang clang-format libclang-rt-14-dev
+  # coverage report of the fuzz corpora (llvm-profdata, llvm-cov)
+  llvm-14
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine python3-jsonschema tmux
   # desktop application and its headless tests
@@ -24,7 +28,12 @@ packages=(
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
   ffmpeg lame flac vorbis-tools opus-tools wavpack sox eyed3 python3-mutagen id3v2 atomicparsley mp3val mpg123
   libavif-bin libheif-examples libjxl-tools
+  # Debian packages: building them, checking them, and what the check runs on the installed files
+  devscripts debhelper dpkg-dev lintian fakeroot desktop-file-utils appstream man-db bash-completion qt6-qpa-plugins
+  zsh fish
 )
+
+[ "${1:-}" = cli ] && packages=("${cli_packages[@]}")
 
 missing=()
 for p in "${packages[@]}"; do
