@@ -143,6 +143,20 @@ void defineOptions(CLI::App& app, CliOptions& o, const std::string& settingsFile
         ->check(CLI::Range(1u, 1024u).description(""))
         ->type_name("N")
         ->group(kRunning);
+    app.add_flag("--cache", o.cache,
+                 "Keep results and check only files changed since the last scan (Cache); see --cache-file")
+        ->group(kRunning);
+    app.add_flag("--no-cache", o.noCache, "Check every file and keep no results, whatever Cache says")
+        ->group(kRunning);
+    app.add_option("--cache-file", o.cacheFile,
+                   "The results database (implies --cache; default: $XDG_CACHE_HOME/sondrel/results.sqlite)")
+        ->type_name("FILE")
+        ->group(kRunning);
+    app.add_option("--recheck-older-than", o.recheckDays,
+                   "Check a file again when its kept result is older than DAYS, even if it is unchanged")
+        ->check(CLI::Range(0, 1000000).description(""))
+        ->type_name("DAYS")
+        ->group(kRunning);
 
     app.add_option("--explain", o.explainCode, "Explain a problem code and exit")
         ->type_name("CODE")

@@ -26,6 +26,9 @@ struct CliOptions {
     std::string verifyTier, minSeverity, selectCodes, ignoreCodes;
     // Running
     unsigned jobs = 1;
+    bool cache = false, noCache = false;
+    std::string cacheFile;
+    int recheckDays = -1;
     // Problem codes
     std::string explainCode;
     bool listCodes = false;

@@ -33,6 +33,7 @@
 #include "formats/Checkers.h"
 #include "printers/JsonLinesPrinter.h"
 #include "printers/TextPrinter.h"
+#include "store/ResultStore.h"
 #include "verify/Verify.h"
 
 using namespace sondrel;
@@ -62,9 +63,9 @@ void installSignalHandlers() {
     signal(SIGPIPE, SIG_IGN);
 }
 
-const char* kBooleanKeys[] = {"LogAllFiles",        "LogPriv",        "LogDups",
-                              "SuppressTimeErrors", "MPEG4_MulAtoms", "MPEG4_MulData",
-                              "LogID3v1",           "LogPrompt",      "FirstTimeUsage"};
+const char* kBooleanKeys[] = {"LogAllFiles",    "LogPriv",       "LogDups",  "SuppressTimeErrors",
+                              "MPEG4_MulAtoms", "MPEG4_MulData", "LogID3v1", "LogPrompt",
+                              "FirstTimeUsage", "Cache"};
 
 bool isBooleanKey(const std::string& k) {
     for (const char* b : kBooleanKeys)
@@ -201,6 +202,8 @@ int main(int argc, char** argv) {
 
     installCheckers();
     Settings settings = Settings::load();
+    // The result cache is the command line's own option: off unless stored or asked for.
+    if (!settings.existsKey("Cache")) settings.overrideValue("Cache", "false");
     for (const auto& kv : options) {
         auto eq = kv.find('=');
         if (eq == std::string::npos || eq == 0) {
@@ -243,6 +246,8 @@ int main(int argc, char** argv) {
     if (!o.minSeverity.empty()) settings.overrideValue("MinSeverity", o.minSeverity);
     if (!o.selectCodes.empty()) settings.overrideValue("SelectCodes", o.selectCodes);
     if (!o.ignoreCodes.empty()) settings.overrideValue("IgnoreCodes", o.ignoreCodes);
+    if (o.cache || !o.cacheFile.empty()) settings.overrideValue("Cache", "true");
+    if (o.noCache) settings.overrideValue("Cache", "false");
     std::string filterProblem;
     if (!codes::Filter::make(settings.stringFromKey("MinSeverity"), settings.stringFromKey("SelectCodes"),
                              settings.stringFromKey("IgnoreCodes"), &filterProblem)) {
@@ -360,6 +365,16 @@ int main(int argc, char** argv) {
         complain(path, std::strerror(error));
     };
     WorkThread scan(std::move(selection), settings, log, callbacks, jobs);
+    // A result cache that cannot be used is named once; the scan goes on without it.
+    auto store = ResultStore::forScan(
+        settings,
+        o.cacheFile.empty() ? std::string() : fullPathIfResolvable(o.cacheFile).value_or(o.cacheFile),
+        o.recheckDays, fmt::format("{} {} (Build {})", build::kName, build::kVersion, build::kBuild),
+        verify::libraryVersions(), [&](const std::string& path, const std::string& reason) {
+            status.clear();
+            complain(path, reason);
+        });
+    scan.setResultCache(store.get());
 
     // Forward a signal to the scan: it finishes the files it has begun, logs
     // them, and stops.
@@ -373,6 +388,7 @@ int main(int argc, char** argv) {
     bool cancelled = scan.main();
     finished = true;
     watcher.join();
+    store.reset();
     unreadable += scan.unreadable();
     int rc = kClean;
     if (cancelled)

@@ -19,6 +19,7 @@
 #include "core/FileResult.h"
 #include "core/LogWriter.h"
 #include "core/PathPredicates.h"
+#include "core/ResultCache.h"
 #include "core/Tag.h"
 #include "core/Text.h"
 
@@ -54,6 +55,22 @@ Checked checkFile(const std::string& path, const Settings& settings) {
             modificationDate(path).value_or(""), 0,
             std::vector<LogError>{LogError{kFile, 0, kOutOfMemory, codes::classify(kOutOfMemory)}}};
     }
+}
+
+// With a result cache, a file that is unchanged since a stored check is
+// answered from it; any other file is checked and offered to the cache. The
+// file's status is taken before the check, so a file that changes while it
+// is checked is never stored under its new status.
+Checked checkFile(const std::string& path, const Settings& settings, ResultCache* cache) {
+    struct stat st {};
+    if (!cache || ::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return checkFile(path, settings);
+    if (auto hit = cache->lookup(path, st)) {
+        hit->modDate = getDateTimeFormat(st.st_mtime);
+        return std::move(*hit);
+    }
+    Checked checked = checkFile(path, settings);
+    cache->store(path, st, checked);
+    return checked;
 }
 
 // Roughly the memory a finished file's problem list holds.
@@ -215,7 +232,7 @@ void WorkThread::goSequential(const std::vector<std::string>& paths, bool logAll
                 return;
             }
         }
-        Checked checked = checkFile(path, settings_);
+        Checked checked = checkFile(path, settings_, cache_);
         if (checked.openError) cannotRead(path, checked.openError);
         if (!log_.writeToLog(path, checked, logAllFiles)) {
             writeFailed_ = true;
@@ -262,7 +279,7 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
             }
             uint64_t n = ++progress_;
             status(fmt::format("Analyzing file {} of {}", n, total), false);
-            Checked checked = checkFile(paths[index], settings_);
+            Checked checked = checkFile(paths[index], settings_, cache_);
             const size_t bytes = heldBytes(checked);
             if (checked.openError) cannotRead(paths[index], checked.openError);
             std::unique_lock lock(m);

@@ -19,6 +19,7 @@
 namespace sondrel {
 
 class LogWriter;
+class ResultCache;
 
 struct Selection {
     std::set<std::string> folders;  // full paths
@@ -56,6 +57,9 @@ class WorkThread {
     uint64_t unreadable() const { return unreadable_.load(); }
     // True when the scan stopped because a log write failed.
     bool writeFailed() const { return writeFailed_; }
+    // Results from earlier scans: a file found there unchanged is not
+    // checked again (not owned; null, the default, checks every file).
+    void setResultCache(ResultCache* cache) { cache_ = cache; }
 
     // The work list after the walk: folder -> names (exposed for tests).
     const std::map<std::string, std::set<std::string>>& folderStorage() const { return folderStorage_; }
@@ -82,6 +86,7 @@ class WorkThread {
     std::atomic<uint64_t> progress_{0};
     std::atomic<uint64_t> unreadable_{0};
     bool writeFailed_ = false;
+    ResultCache* cache_ = nullptr;
 };
 
 }  // namespace sondrel

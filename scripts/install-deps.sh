@@ -14,6 +14,8 @@ packages=(
   libavif-dev libheif-dev libjxl-dev
   # the formats' own libraries, for verifying the audio
   libflac-dev libmpg123-dev libwavpack-dev
+  # the result store of incremental scans
+  libsqlite3-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine python3-jsonschema tmux
   # desktop application and its headless tests

@@ -1,6 +1,9 @@
 #include "verify/Verify.h"
 
+#include <FLAC/format.h>
 #include <fmt/format.h>
+#include <mpg123.h>
+#include <wavpack/wavpack.h>
 
 #include "core/FormatTable.h"
 #include "core/LogError.h"
@@ -21,6 +24,13 @@ std::optional<Tier> parseTier(std::string_view text) {
     if (text == "quick") return Tier::Quick;
     if (text == "full") return Tier::Full;
     return std::nullopt;
+}
+
+std::string libraryVersions() {
+    // libmpg123 of this generation has no run-time version call; its API
+    // number is what the program was built against.
+    return fmt::format("libFLAC {}, mpg123 API {}, WavPack {}", FLAC__VERSION_STRING, MPG123_API_VERSION,
+                       WavpackGetLibraryVersionString());
 }
 
 void install() {

@@ -1,0 +1,195 @@
+// The result store under the scan: what is replayed, what is checked again,
+// and that a replayed log is the log of a check.
+#include "store/ResultStore.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "core/LogWriter.h"
+#include "core/WorkThread.h"
+#include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/WavBuilder.h"
+
+namespace sondrel {
+namespace {
+
+using fixtures::TempDir;
+
+std::string readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+struct ScanResult {
+    std::string log;  // without its first line
+    ResultStore::Counts counts;
+    std::vector<std::string> warnings;
+};
+
+struct StoreSetup {
+    std::map<std::string, std::string> options;
+    std::string program = "Sondrel 1.0.0 (Build 1)";
+    int64_t recheckAfter = -1;
+    int64_t settleSeconds = 0;  // the test's files are written just before
+};
+
+// One scan of `folder`, through a store at `db` unless `db` is empty.
+ScanResult scan(const TempDir& d, const std::string& folder, const std::string& db, const StoreSetup& s = {},
+                unsigned jobs = 1) {
+    ScanResult r;
+    const Settings settings = fixtures::settingsWith(s.options);
+    std::unique_ptr<ResultStore> store;
+    if (!db.empty()) {
+        StoreOptions o;
+        o.path = db;
+        o.fingerprint = ResultStore::fingerprint(settings, s.program, "decoders");
+        o.recheckAfter = s.recheckAfter;
+        o.settleSeconds = s.settleSeconds;
+        o.busyMs = 200;
+        o.warn = [&](const std::string& path, const std::string& reason) {
+            r.warnings.push_back(path + ": " + reason);
+        };
+        store = std::make_unique<ResultStore>(std::move(o));
+    }
+    LogWriter log;
+    const std::string logPath = d.path() + "/log.txt";
+    EXPECT_FALSE(log.openLog(logPath));
+    WorkThread w({{folder}, {}}, settings, log, {}, jobs);
+    w.setResultCache(store.get());
+    w.main();
+    log.closeLog();
+    if (store) {
+        store->flush();
+        r.counts = store->counts();
+    }
+    const std::string all = readAll(logPath);
+    r.log = all.substr(all.find('\n') + 1);
+    return r;
+}
+
+// A few files with problems, one of them a WAV whose RIFF size can be made
+// wrong without changing the file's size.
+Bytes wav(uint32_t riffSize) {
+    Bytes b = fixtures::wavFile({fixtures::wavFmtChunk(), fixtures::riffChunk("data", Bytes(64, 0))});
+    for (int i = 0; i < 4; ++i) b[4 + size_t(i)] = uint8_t(riffSize >> (8 * i));
+    return b;
+}
+
+std::string makeTree(const TempDir& d) {
+    Bytes good = wav(0);
+    const uint32_t right = uint32_t(good.size() - 8);
+    d.write("tree/a/song.wav", wav(right));
+    d.write("tree/a/garbage.mp3", std::string("not an MPEG stream at all"));
+    d.write("tree/b/empty.flac", std::string());
+    d.write("tree/b/odd.wav", wav(right + 2));
+    return d.path() + "/tree";
+}
+
+TEST(ResultStore, UnchangedFilesAreReplayedWithTheLogOfACheck) {
+    TempDir d;
+    const std::string tree = makeTree(d);
+    const std::string db = d.path() + "/cache/results.sqlite";
+    const ScanResult plain = scan(d, tree, "");
+    ASSERT_NE(plain.log.find("odd.wav"), std::string::npos) << plain.log;
+
+    const ScanResult first = scan(d, tree, db);
+    EXPECT_EQ(first.log, plain.log);
+    EXPECT_EQ(first.counts.misses, 4u);
+    EXPECT_EQ(first.counts.stored, 4u);
+    for (unsigned jobs : {1u, 2u}) {
+        const ScanResult again = scan(d, tree, db, {}, jobs);
+        EXPECT_EQ(again.log, plain.log) << jobs;
+        EXPECT_EQ(again.counts.hits, 4u) << jobs;
+        EXPECT_TRUE(again.warnings.empty());
+    }
+    // Filters apply on replay: the stored problems are the unfiltered ones.
+    const StoreSetup filtered{{{"MinSeverity", "damage"}}};
+    EXPECT_EQ(scan(d, tree, db, filtered).log, scan(d, tree, "", filtered).log);
+    EXPECT_EQ(scan(d, tree, db, filtered).counts.hits, 4u);
+    // With every file logged, the clean one is replayed too.
+    const StoreSetup all{{{"LogAllFiles", "true"}}};
+    EXPECT_EQ(scan(d, tree, db, all).log, scan(d, tree, "", all).log);
+}
+
+TEST(ResultStore, ChangedContentAndRenamedFilesAreCheckedAgain) {
+    TempDir d;
+    const std::string tree = makeTree(d);
+    const std::string db = d.path() + "/results.sqlite";
+    scan(d, tree, db);
+
+    // New bytes, same size, the old modification time put back: the change
+    // time (and with a copy the inode) still tells.
+    const std::string song = tree + "/a/song.wav";
+    struct stat before {};
+    ASSERT_EQ(::stat(song.c_str(), &before), 0);
+    const Bytes bad = wav(7);
+    std::ofstream(song, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bad.data()), std::streamsize(bad.size()));
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, song.c_str(), times, 0), 0);
+    const ScanResult changed = scan(d, tree, db);
+    EXPECT_EQ(changed.log, scan(d, tree, "").log);
+    EXPECT_NE(changed.log.find("song.wav"), std::string::npos) << changed.log;
+    EXPECT_EQ(changed.counts.hits, 3u);
+
+    ASSERT_EQ(std::rename((tree + "/b/odd.wav").c_str(), (tree + "/b/renamed.wav").c_str()), 0);
+    const ScanResult renamed = scan(d, tree, db);
+    EXPECT_EQ(renamed.log, scan(d, tree, "").log);
+    EXPECT_NE(renamed.log.find("/b/renamed.wav"), std::string::npos) << renamed.log;
+    EXPECT_EQ(renamed.counts.hits, 3u);
+}
+
+TEST(ResultStore, ADifferentFingerprintOrAnOldResultChecksEverythingAgain) {
+    TempDir d;
+    const std::string tree = makeTree(d);
+    const std::string db = d.path() + "/results.sqlite";
+    struct Case {
+        const char* what;
+        StoreSetup setup;
+    };
+    const Case cases[] = {
+        {"an option", {{{"LogPriv", "true"}}}},
+        {"the verification tier", {{{"Verify", "quick"}}}},
+        {"the program version", {{}, "Sondrel 1.0.1 (Build 2)"}},
+        {"a recheck age passed", {{}, "Sondrel 1.0.0 (Build 1)", 0}},
+    };
+    for (const auto& c : cases) {
+        scan(d, tree, db);
+        EXPECT_EQ(scan(d, tree, db).counts.hits, 4u) << c.what;
+        const ScanResult r = scan(d, tree, db, c.setup);
+        EXPECT_EQ(r.counts.hits, 0u) << c.what;
+        EXPECT_EQ(r.log, scan(d, tree, "", c.setup).log) << c.what;
+    }
+    // Files changed just before the scan are not kept.
+    TempDir fresh;
+    const std::string freshTree = makeTree(fresh);
+    StoreSetup settling;
+    settling.settleSeconds = 3;
+    EXPECT_EQ(scan(fresh, freshTree, fresh.path() + "/results.sqlite", settling).counts.stored, 0u);
+}
+
+TEST(ResultStore, AFileThatIsNoCacheOfOursIsNamedOnceAndLeftAlone) {
+    TempDir d;
+    const std::string tree = makeTree(d);
+    const std::string plain = scan(d, tree, "").log;
+    const std::string text = d.write("notes.txt", std::string(4096, 'x'));
+    const std::string audio = d.write("song.mp3", std::string());
+    for (const auto& db : {text, audio, d.path() + "/tree"}) {
+        const ScanResult r = scan(d, tree, db);
+        EXPECT_EQ(r.log, plain) << db;
+        ASSERT_EQ(r.warnings.size(), 1u) << db;
+        EXPECT_EQ(r.warnings[0].rfind(db + ": result cache not used: ", 0), 0u) << r.warnings[0];
+    }
+    EXPECT_EQ(readAll(text), std::string(4096, 'x'));
+    EXPECT_EQ(readAll(audio), "");
+}
+
+}  // namespace
+}  // namespace sondrel
