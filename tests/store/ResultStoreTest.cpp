@@ -12,6 +12,7 @@
 
 #include "core/LogWriter.h"
 #include "core/WorkThread.h"
+#include "printers/TextPrinter.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/WavBuilder.h"
 
@@ -58,7 +59,7 @@ ScanResult scan(const TempDir& d, const std::string& folder, const std::string& 
         };
         store = std::make_unique<ResultStore>(std::move(o));
     }
-    LogWriter log;
+    LogWriter log(std::make_unique<TextPrinter>());
     const std::string logPath = d.path() + "/log.txt";
     EXPECT_FALSE(log.openLog(logPath));
     WorkThread w({{folder}, {}}, settings, log, {}, jobs);
