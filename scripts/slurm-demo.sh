@@ -91,7 +91,11 @@ end=$(date +%s.%N)
 ls "$out"
 
 "$bin" --log "$work/single.log" "$music" || true
-strip() { sed '1s/[0-9T:-]\{19\}$//' "$1"; }
-if cmp <(strip "$out/sondrel.log") <(strip "$work/single.log"); then same=identical; else same=DIFFERENT; fi
-echo "slurm: $shards shards over $files files, submit to merged log $(echo "$end - $start" | bc) s; merged log $same to a single run (apart from the start time)"
+"$bin" --format jsonl --log "$work/single.jsonl" "$music" || true
+strip() { sed '1s/[0-9T:-]\{19\}$//; 1s/"start":"[^"]*"//' "$1"; }
+same=identical
+cmp <(strip "$out/sondrel.log") <(strip "$work/single.log") || same=DIFFERENT
+cmp <(strip "$out/sondrel.jsonl") <(strip "$work/single.jsonl") || same=DIFFERENT
+echo "slurm: $shards shards over $files files, submit to merged log $(echo "$end - $start" | bc) s;" \
+    "merged text log and JSON Lines $same to a single run's (apart from the start time)"
 [ "$same" = identical ]
