@@ -1,5 +1,7 @@
 #include "cli/Merge.h"
 
+#include <sys/stat.h>
+
 #include <nlohmann/json.hpp>
 
 #include <fmt/format.h>
@@ -247,6 +249,15 @@ int runMerge(int argc, char** argv) {
 
     std::FILE* out = stdout;
     if (!logPath.empty() && logPath != "-") {
+        // Writing over a shard would destroy it before it is read again.
+        struct stat target {};
+        if (::stat(logPath.c_str(), &target) == 0)
+            for (const Shard& s : shards) {
+                struct stat input {};
+                if (::stat(s.file.c_str(), &input) == 0 && input.st_dev == target.st_dev &&
+                    input.st_ino == target.st_ino)
+                    return refuse({logPath, "is one of the shard outputs; name a new file for the log"});
+            }
         out = std::fopen(logPath.c_str(), "wb");
         if (!out) return refuse({logPath, std::strerror(errno)});
     }

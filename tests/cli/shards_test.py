@@ -91,34 +91,39 @@ class Shards(unittest.TestCase):
                 self.assertEqual(merged, START.sub(start, single, count=1), f"{n} shards, {fmt}")
 
     def test_killed_shard_restarts_from_its_cache(self):
-        # A tree big enough that a shard is still working when its cache has
-        # taken its first results (written in batches every two seconds).
-        noise = os.urandom(20000)
+        # A tree big enough that a shard is still working after its cache
+        # has committed its first batch (512 results; a file's result is
+        # kept before its record is written).
+        noise = os.urandom(8192)
         big = os.path.join(self.work, "big")
         for f in range(8):
             os.makedirs(os.path.join(big, "f%d" % f))
-            for i in range(500):
+            for i in range(1000):
                 with open(os.path.join(big, "f%d" % f, "n%03d.mp3" % i), "wb") as out:
-                    out.write(noise[i : i + 16384])
+                    out.write(noise[i : i + 4096])
         self.lib = big
         outs = [self.path(f"k{k}.jsonl") for k in range(3)]
         cache = self.path("k.sqlite")
         for k in (0, 2):
             self.run_bin(["--shard", f"{k}/3", "--format", "jsonl", "--cache-file", cache, "--log", outs[k], big])
+        before = sqlite3.connect(cache).execute("SELECT count(*) FROM results").fetchone()[0]
         kept = 0
         for kill in (True, False):
             with open(outs[1], "wb") as out:
                 p = subprocess.Popen([BIN, "--shard", "1/3", "--format", "jsonl", "-q", "-j1", "--cache-file",
                                       cache, big], stdout=out, env=self.env)
             if kill:
-                before = sqlite3.connect(cache).execute("SELECT count(*) FROM results").fetchone()[0]
                 deadline = time.time() + 120
-                while time.time() < deadline and kept <= before and p.poll() is None:
-                    time.sleep(0.01)
-                    kept = sqlite3.connect(cache).execute("SELECT count(*) FROM results").fetchone()[0]
+                while time.time() < deadline and p.poll() is None:
+                    with open(outs[1], "rb") as f:
+                        if f.read().count(b"\n") > 600:
+                            break
+                    time.sleep(0.005)
                 p.send_signal(signal.SIGKILL)
                 p.wait()
-                partial = open(outs[1], "rb").read()
+                with open(outs[1], "rb") as f:
+                    partial = f.read()
+                kept = sqlite3.connect(cache).execute("SELECT count(*) FROM results").fetchone()[0]
                 self.assertNotIn(b'"type":"summary"', partial, "the shard was killed midway")
                 rc, _, err = self.run_bin(["merge"] + outs)
                 self.assertEqual(rc, 2)
@@ -159,6 +164,9 @@ class Shards(unittest.TestCase):
             ([plain], plain + ": not a shard's output"),
             ([three[0], self.path("absent.jsonl")], "absent.jsonl: No such file or directory"),
         ]
+        rc, _, err = self.run_bin(["merge", "--log", three[0]] + three)
+        self.assertEqual((rc, err.decode()), (2, f"sondrel merge: {three[0]}: is one of the shard outputs; "
+                                                  "name a new file for the log\n"))
         for files, expected in cases:
             rc, out, err = self.run_bin(["merge"] + files)
             self.assertEqual((rc, out), (2, b""), expected)
