@@ -158,6 +158,12 @@ void defineOptions(CLI::App& app, CliOptions& o, const std::string& settingsFile
         ->type_name("DAYS")
         ->group(kRunning);
 
+    app.add_option("--shard", o.shard,
+                   "Check only part K of N (K from 0) of the sorted work list, whole folders kept together; "
+                   "join the parts' JSON Lines with 'sondrel merge'")
+        ->type_name("K/N")
+        ->group(kRunning);
+
     app.add_option("--explain", o.explainCode, "Explain a problem code and exit")
         ->type_name("CODE")
         ->group(kCodes);

@@ -28,6 +28,7 @@ struct CliOptions {
     unsigned jobs = 1;
     bool cache = false, noCache = false;
     std::string cacheFile;
+    std::string shard;
     int recheckDays = -1;
     // Problem codes
     std::string explainCode;

@@ -23,8 +23,9 @@
 #include <vector>
 
 #include "cli/CliStatus.h"
-#include "cli/Options.h"
+#include "cli/Merge.h"
 #include "cli/OptionDocs.h"
+#include "cli/Options.h"
 #include "codes/ProblemCodes.h"
 #include "core/BuildInfo.h"
 #include "core/FormatTable.h"
@@ -32,6 +33,7 @@
 #include "core/LogWriter.h"
 #include "core/PathPredicates.h"
 #include "core/Settings.h"
+#include "core/Shard.h"
 #include "core/Text.h"
 #include "core/WorkThread.h"
 #include "formats/Checkers.h"
@@ -183,6 +185,8 @@ std::map<std::string, std::string> optionsInForce(const Settings& settings) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // "sondrel merge SHARD.jsonl..." joins shard outputs (cli/Merge.cpp).
+    if (argc > 1 && std::string_view(argv[1]) == "merge") return runMerge(argc - 1, argv + 1);
     CLI::App app{"", "sondrel"};
     CliOptions o;
     defineOptions(app, o, Settings::defaultConfigFolder() + "/settings.conf");
@@ -264,6 +268,13 @@ int main(int argc, char** argv) {
         return kCannotRun;
     }
 
+    std::optional<ShardSpec> shard;
+    if (!o.shard.empty() && !(shard = parseShard(o.shard))) {
+        std::fprintf(stderr, "sondrel: --shard takes K/N with 0 <= K < N <= %u, got '%s'\n", kMaxShards,
+                     o.shard.c_str());
+        return kCannotRun;
+    }
+
     if (!o.filesFrom.empty() && !readFileList(o.filesFrom, o.nullSeparated, paths)) {
         const int err = errno;
         complain(o.filesFrom == "-" ? "(standard input)" : o.filesFrom,
@@ -338,9 +349,11 @@ int main(int argc, char** argv) {
         o.format == "text" && toStdout &&
         (o.color == "always" || (o.color == "auto" && ::isatty(STDOUT_FILENO) && !(noColor && *noColor)));
     std::unique_ptr<Printer> printer;
-    if (o.format == "jsonl")
-        printer = std::make_unique<JsonLinesPrinter>(optionsInForce(settings));
-    else
+    if (o.format == "jsonl") {
+        auto jsonl = std::make_unique<JsonLinesPrinter>(optionsInForce(settings));
+        if (shard) jsonl->setShard(shard->index, shard->count);
+        printer = std::move(jsonl);
+    } else
         printer = std::make_unique<TextPrinter>(colour);
 
     LogWriter log(std::move(printer), [&](const Alert& a) {
@@ -388,6 +401,7 @@ int main(int argc, char** argv) {
             complain(path, reason);
         });
     scan.setResultCache(store.get());
+    if (shard) scan.setShard(*shard);
 
     // Forward a signal to the scan: it finishes the files it has begun, logs
     // them, and stops. The watcher looks every 20 ms and is woken at once

@@ -202,6 +202,14 @@ void WorkThread::go() {
     folders.reserve(folderStorage_.size());
     for (const auto& [folder, names] : folderStorage_) folders.push_back(folder);
     folders = sortedCaseInsensitive(std::move(folders));
+    if (shard_.count > 1) {
+        std::vector<uint64_t> sizes;
+        sizes.reserve(folders.size());
+        for (const auto& folder : folders) sizes.push_back(folderStorage_[folder].size());
+        const auto [first, last] = shardRun(sizes, shard_);
+        folders = std::vector<std::string>(folders.begin() + std::ptrdiff_t(first),
+                                           folders.begin() + std::ptrdiff_t(last));
+    }
 
     std::vector<std::string> paths;
     for (const auto& folder : folders) {

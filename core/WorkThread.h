@@ -15,6 +15,7 @@
 #include <string>
 
 #include "core/Settings.h"
+#include "core/Shard.h"
 
 namespace sondrel {
 
@@ -60,6 +61,8 @@ class WorkThread {
     // Results from earlier scans: a file found there unchanged is not
     // checked again (not owned; null, the default, checks every file).
     void setResultCache(ResultCache* cache) { cache_ = cache; }
+    // Check only this shard's run of the sorted work list (core/Shard.h).
+    void setShard(ShardSpec shard) { shard_ = shard; }
 
     // The work list after the walk: folder -> names (exposed for tests).
     const std::map<std::string, std::set<std::string>>& folderStorage() const { return folderStorage_; }
@@ -87,6 +90,7 @@ class WorkThread {
     std::atomic<uint64_t> unreadable_{0};
     bool writeFailed_ = false;
     ResultCache* cache_ = nullptr;
+    ShardSpec shard_;
 };
 
 }  // namespace sondrel

@@ -80,6 +80,7 @@ void JsonLinesPrinter::begin(std::string& out, const std::string& startTime) {
                 {"build", build::kBuild},
                 {"start", startTime},
                 {"options", std::move(options)}}}};
+    if (shard_) j["data"]["shard"] = {{"index", shard_->first}, {"count", shard_->second}};
     out += dump(j);
     out += '\n';
 }

@@ -5,11 +5,14 @@
 //            message}], modified, size, format, open_error?
 //   summary  counts by severity, files with problems, unreadable inputs,
 //            exit status
+//            (a shard's begin record adds shard {index, count})
 // A path is given as display text (UTF-8, invalid bytes replaced by U+FFFD)
 // and, only when its bytes are not valid UTF-8, as base64 of the exact bytes,
 // so every name can be reopened. docs/sondrel-jsonl.schema.json describes it.
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "printers/Printer.h"
 
@@ -33,8 +36,11 @@ class JsonLinesPrinter : public Printer {
 )";
     }
     void summary(std::string& out, const RunSummary& s) override;
+    // The begin record names the shard (index, count) a run checked.
+    void setShard(unsigned index, unsigned count) { shard_ = {index, count}; }
 
   private:
+    std::optional<std::pair<unsigned, unsigned>> shard_;
     std::map<std::string, std::string> options_;
     bool firstProblem_ = true;
 };

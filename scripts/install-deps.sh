@@ -22,7 +22,9 @@ packages=(
   # coverage report of the fuzz corpora (llvm-profdata, llvm-cov)
   llvm-14
   # tests and benchmarks
-  libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine python3-jsonschema tmux
+  libgtest-dev libgmock-dev googletest libbenchmark-dev python3 bc time hyperfine python3-jsonschema
+  # shard tests run the shards through GNU parallel; the Kubernetes recipe is read with PyYAML
+  parallel python3-yaml
   # desktop application and its headless tests
   qt6-base-dev qt6-base-dev-tools libgl-dev xvfb xauth
   # real encoders and taggers that make clean files during the test run, and tools compared in benchmarks
