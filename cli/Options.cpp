@@ -54,6 +54,9 @@ void defineOptions(CLI::App& app, CliOptions& o, const std::string& settingsFile
         "  sondrel --format jsonl ~/Music > out.jsonl   JSON Lines for scripts\n"
         "  find ~/Music -newer stamp -print0 | sondrel --files-from - -0   check a list of files\n"
         "  sondrel --min-severity error ~/Music     only errors and damage\n"
+        "  sondrel --verify quick --cache ~/Music   check the audio too; next time only what changed\n"
+        "  sondrel --shard 0/4 --format jsonl ~/Music > part0.jsonl   one part of four (0 to 3)\n"
+        "  sondrel merge part*.jsonl > music.log    join the parts into the one log\n"
         "  sondrel --explain id3.trailing-nil       what a problem code means",
         extensionList(), settingsFile));
 
