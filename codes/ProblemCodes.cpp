@@ -408,6 +408,10 @@ const ProblemCode kTable[] = {
      "The sound data ends inside a sample frame, or holds more or fewer frames than the 'fact' or 'ds64' "
      "count; usually a cut or badly joined file, and the end of the audio is lost or misread.",
      "Replace the file from a good copy, or rewrite it with an audio editor."},
+    {"wav.no-audio-data", D, "WAV file holds no data chunk: its audio is missing",
+     "The file describes its sound but holds no 'data' chunk: the chunk's name is damaged or the chunk "
+     "was never written, and nothing can be played.",
+     "Replace the file from a good copy."},
     {"wav.duplicate-chunk", E, "The file contains more than one data chunk\nMore than one ds64 chunk",
      "A chunk that must be unique appears twice; readers use one and ignore the other.",
      "Save the file again with an audio editor."},
@@ -645,6 +649,9 @@ const ProblemCode kTable[] = {
     {"ape.audio-cut", D, "Monkey's Audio file holds * bytes of audio data, the header declares *",
      "The audio frames end before the header says they do: the file was cut and its end is lost.",
      "Replace the file from a good copy."},
+    {"ape.trailing-data", E, "* bytes after the Monkey's Audio data are not audio",
+     "Bytes that are neither audio nor a tag follow the audio: a failed write or another file's tail.",
+     "Remove the bytes (re-encode or re-tag the file)."},
     {"ape.seek-table", E,
      "Monkey's Audio seek table holds * frames, the header declares *\n"
      "Monkey's Audio frame * at * lies outside the audio data\n"

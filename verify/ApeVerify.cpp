@@ -44,7 +44,8 @@ uint32_t checkLayout(FileHandle& file, uint64_t size, Findings& findings) {
         le16(d + 4) < 3980)
         return 0;
     const uint64_t descriptor = le32(d + 8), header = le32(d + 12), seekBytes = le32(d + 16),
-                   wavHeader = le32(d + 20), frameData = le32(d + 24) | (uint64_t(le32(d + 28)) << 32);
+                   wavHeader = le32(d + 20), frameData = le32(d + 24) | (uint64_t(le32(d + 28)) << 32),
+                   terminating = le32(d + 32);
     uint8_t h[24];
     if (descriptor < 52 || header < 24 || descriptor > size - base || size - base - descriptor < 24 ||
         !file.readInto(base + descriptor, h, 24))
@@ -55,6 +56,10 @@ uint32_t checkLayout(FileHandle& file, uint64_t size, Findings& findings) {
     const uint64_t present = start < end ? end - start : 0;
     if (frameData > present)
         findings.add(std::min(start, end), fmt::format(msg::kApeCutShort, present, frameData));
+    // The frames and the source file's trailing bytes, then only tags.
+    else if (present - frameData > terminating)
+        findings.add(start + frameData + terminating,
+                     fmt::format(msg::kApeTrailing, present - frameData - terminating));
     if (seekBytes / 4 < frames)
         findings.add(base + descriptor + header, fmt::format(msg::kApeSeekTable, seekBytes / 4, frames));
 

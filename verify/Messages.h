@@ -72,6 +72,7 @@ constexpr const char* kOggDecodedLength = "Ogg {} decoded audio lasts {}, the la
 constexpr const char* kWavPartialFrame =
     "WAV audio data of {} bytes is not a whole number of {}-byte sample frames";
 constexpr const char* kWavSampleCount = "WAV audio data holds {} sample frames, the header declares {}";
+constexpr const char* kWavNoData = "WAV file holds no data chunk: its audio is missing";
 constexpr const char* kAiffPartialFrame =
     "AIFF audio data of {} bytes is not a whole number of {}-byte sample frames";
 constexpr const char* kAiffSampleCount = "AIFF audio data holds {} sample frames, the COMM chunk declares {}";
@@ -90,6 +91,7 @@ constexpr const char* kDffDstFrames = "DFF holds {} DST frames, the frame inform
 // Monkey's Audio, read without decoding
 constexpr const char* kApeCutShort =
     "Monkey's Audio file holds {} bytes of audio data, the header declares {}";
+constexpr const char* kApeTrailing = "{} bytes after the Monkey's Audio data are not audio";
 constexpr const char* kApeSeekTable = "Monkey's Audio seek table holds {} frames, the header declares {}";
 constexpr const char* kApeFrameOutside = "Monkey's Audio frame {} at {} lies outside the audio data";
 constexpr const char* kApeFrameOrder = "Monkey's Audio frame {} starts before the frame ahead of it";

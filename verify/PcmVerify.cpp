@@ -73,6 +73,8 @@ void verifyWav(Tag& tag, Findings& findings) {
         }
         return true;
     });
+    // A format chunk without sound data: the data chunk was lost or its name damaged.
+    if (!data && blockAlign) findings.add(12, msg::kWavNoData);
     if (!data || !blockAlign || *blockAlign == 0 || !plain) return;
     // What is there of the sound data; a cut file is the checker's finding.
     const uint64_t bytes = std::min(data->size, end - data->offset);
@@ -125,6 +127,9 @@ void verifyAiff(Tag& tag, Findings& findings) {
         }
         return true;
     });
+    // Sound data may be left out only when there is none to hold.
+    if (!sound && frameBytes && declared && *declared > 0)
+        findings.add(12, fmt::format(msg::kAiffSampleCount, 0, *declared));
     if (!sound || !frameBytes || !declared || soundStart > end) return;
     const uint64_t bytes = std::min(sound->size, end - soundStart);
     if (bytes % *frameBytes)
