@@ -10,20 +10,7 @@ work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 
 "$build/samples/sondrel_samples" "$work/src"
-python3 - "$work/src" "$work/tree" "$files" <<'PY'
-import os, sys
-src, dst, n = sys.argv[1], sys.argv[2], int(sys.argv[3])
-samples = []
-for d, _, fs in os.walk(src):
-    for f in fs:
-        if not f.endswith('.txt'):
-            samples.append((f, open(os.path.join(d, f), 'rb').read()))
-for i in range(n):
-    name, data = samples[i % len(samples)]
-    folder = os.path.join(dst, 'artist%03d' % (i % 200))
-    os.makedirs(folder, exist_ok=True)
-    open(os.path.join(folder, '%05d %s' % (i, name)), 'wb').write(data)
-PY
+python3 bench/make_tree.py "$work/src" "$work/tree" "$files"
 
 run() {  # jobs -> best wall time of three runs, in seconds
     local best=""

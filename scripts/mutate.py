@@ -131,9 +131,11 @@ RIGHT_STOP = {")", ",", "&&", "||", ";", "?", ":", "]", "}"}
 RELATIONAL = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
 
 
-def match_forward(toks, i):
-    want, depth = OPEN[toks[i].text], 0
-    for j in range(i, len(toks)):
+def match_bracket(toks, i, pairs, step):
+    """The index of the bracket matching toks[i], searching in direction `step`."""
+    want, depth = pairs[toks[i].text], 0
+    j = i
+    while 0 <= j < len(toks):
         t = toks[j].text
         if t == toks[i].text:
             depth += 1
@@ -141,20 +143,16 @@ def match_forward(toks, i):
             depth -= 1
             if depth == 0:
                 return j
+        j += step
     return None
+
+
+def match_forward(toks, i):
+    return match_bracket(toks, i, OPEN, 1)
 
 
 def match_backward(toks, i):
-    want, depth = CLOSE[toks[i].text], 0
-    for j in range(i, -1, -1):
-        t = toks[j].text
-        if t == toks[i].text:
-            depth += 1
-        elif t == want:
-            depth -= 1
-            if depth == 0:
-                return j
-    return None
+    return match_bracket(toks, i, CLOSE, -1)
 
 
 def angle_back(toks, i):
