@@ -20,6 +20,7 @@
 #include "app/LogViewer.h"
 #include "app/MainWindow.h"
 #include "app/QtPlatform.h"
+#include "app/ResultsWindow.h"
 #include "core/BuildInfo.h"
 #include "formats/Checkers.h"
 #include "verify/Verify.h"
@@ -75,6 +76,8 @@ int main(int argc, char** argv) {
     LogViewer viewer(delegate);
     AboutWindowController about;
     MainWindow window(delegate, viewer, about);
+    ResultsWindow results(delegate.results(), platform);
+    window.setResultsWindow(&results);
     platform.setWindow(&window);
     platform.setLogViewer(&viewer);
     window.setFirstUseNoteAllowed(!automated);
