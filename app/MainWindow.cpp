@@ -110,6 +110,12 @@ MainWindow::MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowCont
     refresh();
 }
 
+// The path field may still hold the focus: losing it while the window is
+// torn down must not reach this (already destroyed) part of the object.
+MainWindow::~MainWindow() {
+    filePath_->disconnect(this);
+}
+
 void MainWindow::buildMenus(QWidget* panel) {
     auto* bar = new QMenuBar(panel);
     bar->setNativeMenuBar(false);

@@ -27,6 +27,7 @@ class MainWindow : public WindowWithNoTitlebar {
 
   public:
     MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowController& about);
+    ~MainWindow() override;
 
     // Whether the first showing may present the first-use note (automated
     // runs turn it off).

@@ -27,6 +27,7 @@ ResultsModel::ResultsModel(QObject* parent) : QAbstractItemModel(parent) {
 }
 
 void ResultsModel::post(PostedFile file) {
+    if (file.problems.empty()) return;
     {
         std::lock_guard lock(pendingMutex_);
         pending_.push_back(std::move(file));
@@ -45,7 +46,16 @@ void ResultsModel::flush() {
     if (batch.empty()) return;
     const int first = int(files_.size());
     beginInsertRows({}, first, first + int(batch.size()) - 1);
-    for (const auto& f : batch) append(f);
+    for (const auto& f : batch) take(f);
+    endInsertRows();
+    emit summaryChanged();
+}
+
+void ResultsModel::append(const PostedFile& f) {
+    if (f.problems.empty()) return;
+    const int row = int(files_.size());
+    beginInsertRows({}, row, row);
+    take(f);
     endInsertRows();
     emit summaryChanged();
 }
@@ -88,8 +98,7 @@ uint8_t ResultsModel::formatIndex(std::string_view path) {
     return uint8_t(formats_.size() - 1);
 }
 
-void ResultsModel::append(const PostedFile& f) {
-    if (f.problems.empty()) return;
+void ResultsModel::take(const PostedFile& f) {
     FileRow row;
     row.pathAt = store(f.path);
     row.pathLen = uint32_t(text_.size() - row.pathAt);

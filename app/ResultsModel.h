@@ -53,7 +53,7 @@ class ResultsModel : public QAbstractItemModel {
     void flush();
     void clear();
 
-    // Direct use, GUI thread.
+    // GUI thread: adds one file at once (a file without problems adds nothing).
     void append(const PostedFile& file);
 
     // What the scan has shown so far.
@@ -110,6 +110,7 @@ class ResultsModel : public QAbstractItemModel {
     // A problem's index carries its file row + 1 in the internal id; a
     // file's carries 0.
     uint8_t formatIndex(std::string_view path);
+    void take(const PostedFile& file);
     uint32_t store(std::string_view s);
 
     std::vector<FileRow> files_;
