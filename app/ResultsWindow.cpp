@@ -48,7 +48,9 @@ int drawBars(QPainter& p, const QRect& area, const QString& title, const std::ve
     p.restore();
     uint64_t most = 1;
     for (const auto& b : bars) most = std::max(most, b.value);
-    const int labelWidth = std::min(area.width() / 3, 150);
+    int labelWidth = 0;
+    for (const auto& b : bars) labelWidth = std::max(labelWidth, fm.horizontalAdvance(b.label) + 8);
+    labelWidth = std::min(labelWidth, area.width() * 3 / 5);
     const int numberWidth = fm.horizontalAdvance("0000000") + 6;
     const int barSpace = std::max(10, area.width() - labelWidth - numberWidth);
     int y = area.top() + line;
@@ -116,8 +118,12 @@ ResultsWindow::ResultsWindow(ResultsModel& model, AppPlatform& platform, QWidget
     tree_->setAlternatingRowColors(true);
     tree_->setContextMenuPolicy(Qt::CustomContextMenu);
     tree_->header()->setStretchLastSection(true);
-    tree_->setColumnWidth(ResultsModel::kName, 220);
-    tree_->setColumnWidth(ResultsModel::kFolder, 200);
+    tree_->setColumnWidth(ResultsModel::kName, 210);
+    tree_->setColumnWidth(ResultsModel::kFolder, 170);
+    tree_->setColumnWidth(ResultsModel::kFormat, 60);
+    tree_->setColumnWidth(ResultsModel::kSeverity, 70);
+    tree_->setColumnWidth(ResultsModel::kCount, 70);
+    tree_->setColumnWidth(ResultsModel::kCode, 170);
     tree_->setTextElideMode(Qt::ElideMiddle);
 
     search_ = new QLineEdit(this);
@@ -137,6 +143,7 @@ ResultsWindow::ResultsWindow(ResultsModel& model, AppPlatform& platform, QWidget
 
     explanation_ = new QTextBrowser(this);
     explanation_->setMinimumHeight(70);
+    explanation_->setMaximumHeight(130);
     explanation_->setPlaceholderText("Select a problem to see what its code means and how to fix it.");
     showInFolder_ = new QPushButton("Show in Folder", this);
     copyPath_ = new QPushButton("Copy Path", this);
@@ -164,6 +171,7 @@ ResultsWindow::ResultsWindow(ResultsModel& model, AppPlatform& platform, QWidget
     split->addWidget(chart_);
     split->setStretchFactor(0, 3);
     split->setStretchFactor(1, 1);
+    split->setSizes({720, 320});
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(split);
 
@@ -186,7 +194,7 @@ ResultsWindow::ResultsWindow(ResultsModel& model, AppPlatform& platform, QWidget
         menu.addAction("Copy Path", this, &ResultsWindow::copyPath);
         menu.exec(tree_->viewport()->mapToGlobal(at));
     });
-    resize(1000, 620);
+    resize(1040, 620);
     selectionChanged();
 }
 
