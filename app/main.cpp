@@ -121,6 +121,9 @@ int main(int argc, char** argv) {
         if (damage.isEmpty()) return;
         results.severityBox()->setCurrentIndex(int(sondrel::codes::Severity::Damage));
         results.tree()->expandAll();
+        // The first problem selected, so that its code's explanation shows.
+        const QAbstractItemModel* shown = results.tree()->model();
+        results.tree()->setCurrentIndex(shown->index(0, 0, shown->index(0, 0)));
         if (!results.grab().save(damage, "PNG")) ++failures;
     };
     auto grabMainThenViewer = [&](bool openViewer) {
