@@ -140,6 +140,18 @@ bool AppDelegate::dropPaths(const std::vector<std::string>& paths) {
     return true;
 }
 
+void AppDelegate::addFolder() {
+    if (running_) return;
+    auto chosen = platform_.openPanel(kAddFolderTitle, true);
+    if (!chosen.empty()) dropPaths(chosen);
+}
+
+void AppDelegate::addFiles() {
+    if (running_) return;
+    auto chosen = platform_.openPanel(kAddFilesTitle, false);
+    if (!chosen.empty()) dropPaths(chosen);
+}
+
 void AppDelegate::setDragSourceFolders(const std::vector<std::string>& folders,
                                        const std::vector<std::string>& files) {
     selection_.folders.insert(folders.begin(), folders.end());
@@ -234,8 +246,10 @@ void AppDelegate::startCancelHit() {
 void AppDelegate::startScan() {
     reapScan();  // a finished scan whose thread has not been joined yet
     setStatus("");
-    auto log = std::make_unique<LogWriter>(std::make_unique<TextPrinter>(),
-                                           [this](const Alert& a) { alertFromScan(a); });
+    results_.clear();
+    auto tapOwned = std::make_unique<ResultsTap>(std::make_unique<TextPrinter>(), results_);
+    ResultsTap* tap = tapOwned.get();
+    auto log = std::make_unique<LogWriter>(std::move(tapOwned), [this](const Alert& a) { alertFromScan(a); });
     logPath_ = settings_.expandedLogPath();
     if (!acceptLogTarget(logPath_)) return;
     if (auto alert = log->openLog(fullPath(logPath_))) {
@@ -243,6 +257,10 @@ void AppDelegate::startScan() {
         return;
     }
     log_ = std::move(log);
+    tap_ = tap;
+    total_ = 0;
+    currentFolder_.clear();
+    scanClock_.start();
 
     startTitle_ = kCancelTitle;
     okToStart_ = true;
@@ -266,14 +284,26 @@ void AppDelegate::startScan() {
 
 void AppDelegate::reapScan() {
     if (scanThread_.joinable()) scanThread_.join();
+    tap_ = nullptr;
     scan_.reset();
     log_.reset();
 }
 
 void AppDelegate::statusFromScan(const std::string& text, bool wait) {
+    // The total is known once analysis begins: "Analyzing file N of TOTAL".
+    if (!wait && total_ == 0) {
+        const size_t of = text.rfind(" of ");
+        if (of != std::string::npos) total_ = std::strtoull(text.c_str() + of + 4, nullptr, 10);
+    }
     if (wait) {
+        static constexpr std::string_view kExamining = "Examining folder ";
         QMetaObject::invokeMethod(
-            this, [this, text] { setStatus(text); }, Qt::BlockingQueuedConnection);
+            this,
+            [this, text] {
+                if (text.rfind(kExamining, 0) == 0) currentFolder_ = text.substr(kExamining.size());
+                setStatus(text);
+            },
+            Qt::BlockingQueuedConnection);
         return;
     }
     {
@@ -305,7 +335,35 @@ void AppDelegate::alertFromScan(const Alert& alert) {
     wait.wait();
 }
 
+AppDelegate::Progress AppDelegate::progress() const {
+    Progress p;
+    if (!scan_) return p;
+    p.done = scan_->progress();
+    p.total = total_.load();
+    const double seconds = double(scanClock_.elapsed()) / 1000.0;
+    if (seconds > 0.5 && p.done) {
+        p.rate = double(p.done) / seconds;
+        if (p.total >= p.done) p.secondsLeft = double(p.total - p.done) / p.rate;
+    }
+    p.current = tap_ ? tap_->lastPath() : std::string();
+    if (p.current.empty()) p.current = currentFolder_;
+    return p;
+}
+
+std::string AppDelegate::progressText(const Progress& p) {
+    if (p.total == 0) return "Counting files\u2026";
+    std::string text = fmt::format("{} of {} files", p.done, p.total);
+    if (p.rate > 0) text += fmt::format(" \u00b7 {:.0f} files/s", p.rate);
+    if (p.secondsLeft >= 0) {
+        const auto s = uint64_t(p.secondsLeft + 0.5);
+        text += s >= 3600 ? fmt::format(" \u00b7 {}:{:02}:{:02} left", s / 3600, s / 60 % 60, s % 60)
+                          : fmt::format(" \u00b7 {}:{:02} left", s / 60, s % 60);
+    }
+    return text;
+}
+
 void AppDelegate::done(bool wasCancelled) {
+    results_.flush();
     const uint64_t files = scan_ ? scan_->progress() : 0;
     const uint64_t errors = log_ ? log_->errorTotal() : 0;
     const uint64_t unreadable = scan_ ? scan_->unreadable() : 0;

@@ -5,6 +5,7 @@
 // runs the scan on a worker thread and shows its progress and end in the
 // status line. It uses no widget: the desktop is reached through AppPlatform,
 // and the window redraws itself from the state whenever stateChanged fires.
+#include <QElapsedTimer>
 #include <QObject>
 
 #include <atomic>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "app/AppPlatform.h"
+#include "app/ResultsModel.h"
 #include "core/LogWriter.h"
 #include "core/Settings.h"
 #include "core/WorkThread.h"
@@ -88,6 +90,23 @@ class AppDelegate : public QObject {
     // The log path as stored (a leading "~" not expanded), shown in the path field.
     std::string logPathSetting() const { return settings_.stringFromKey("LogPath"); }
 
+    // The files with problems of the current (or last) scan, fed as it runs.
+    ResultsModel& results() { return results_; }
+
+    // Where a running scan stands: files done of the total (0 until the
+    // walk has counted them), the rate in files per second, the seconds left
+    // (negative while unknown) and the folder or file at hand.
+    struct Progress {
+        uint64_t done = 0;
+        uint64_t total = 0;
+        double rate = 0;
+        double secondsLeft = -1;
+        std::string current;
+    };
+    Progress progress() const;
+    // "1,234 of 14,745 files · 312 files/s · 0:42 left"
+    static std::string progressText(const Progress& p);
+
     // The options store shared with the command line; every change is saved at once.
     const Settings& settings() const { return settings_; }
     void storeBool(const std::string& key, bool value);
@@ -103,6 +122,12 @@ class AppDelegate : public QObject {
     // folder, or a file with an audio extension). Returns false (after a beep)
     // when nothing was kept.
     bool dropPaths(const std::vector<std::string>& paths);
+    // "Add Folder…" and "Add Files…": an open panel whose choice is taken
+    // as a drop would be.
+    static constexpr const char* kAddFolderTitle = "Add Folder";
+    static constexpr const char* kAddFilesTitle = "Add Files";
+    void addFolder();
+    void addFiles();
     void setDragSourceFolders(const std::vector<std::string>& folders, const std::vector<std::string>& files);
     void displayDragStatus();
 
@@ -173,6 +198,12 @@ class AppDelegate : public QObject {
 
     uint64_t activityMask_ = 0;
     std::optional<uint64_t> activityObject_;
+
+    ResultsModel results_;
+    ResultsTap* tap_ = nullptr;  // owned by log_
+    QElapsedTimer scanClock_;
+    std::atomic<uint64_t> total_{0};
+    std::string currentFolder_;  // GUI thread
 
     std::unique_ptr<LogWriter> log_;
     std::unique_ptr<WorkThread> scan_;

@@ -40,6 +40,9 @@ class AppPlatform {
                                                  const std::vector<std::string>& types,
                                                  const std::string& startPath) = 0;
     virtual void openUrl(const std::string& url) = 0;
+    // Modal open panel for folders (`folders`) or audio files: the chosen
+    // paths, empty when cancelled.
+    virtual std::vector<std::string> openPanel(const std::string& title, bool folders) = 0;
     // Gives the log text to the log viewer and brings it to the front.
     virtual void showLog(const std::string& text) = 0;
 

@@ -8,6 +8,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -17,6 +18,7 @@
 #include "app/ImageView.h"
 #include "app/LogViewer.h"
 #include "app/OptionsSheet.h"
+#include "app/ResultsWindow.h"
 #include "app/RoundedView.h"
 #include "core/BuildInfo.h"
 
@@ -34,6 +36,19 @@ MainWindow::MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowCont
     viewLog_ = new QPushButton("View Log", panel);
     reset_ = new QPushButton("Reset", panel);
     statusBar_ = new QLabel(panel);
+    addFolder_ = new QPushButton("Add Folder\u2026", panel);
+    addFiles_ = new QPushButton("Add Files\u2026", panel);
+    progress_ = new QProgressBar(panel);
+    current_ = new QLabel(panel);
+    progressTimer_ = new QTimer(this);
+    progressTimer_->setInterval(250);
+    addFolder_->setToolTip("Choose a folder to scan, as if dropped on the target");
+    addFiles_->setToolTip("Choose audio files to scan, as if dropped on the target");
+    progress_->setTextVisible(true);
+    progress_->setVisible(false);
+    current_->setVisible(false);
+    current_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    current_->setTextInteractionFlags(Qt::NoTextInteraction);
 
     filePath_->setToolTip("The log file; every scan replaces its contents");
     choose_->setToolTip("Choose the log file");
@@ -60,7 +75,12 @@ MainWindow::MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowCont
     right->addWidget(startCancel_, 3, 0);
     right->addWidget(viewLog_, 3, 1);
     right->addWidget(reset_, 3, 2);
-    right->setRowStretch(4, 1);
+    auto* addRow = new QHBoxLayout;
+    addRow->addWidget(addFolder_);
+    addRow->addWidget(addFiles_);
+    addRow->addStretch(1);
+    right->addLayout(addRow, 4, 0, 1, 3);
+    right->setRowStretch(5, 1);
 
     auto* middle = new QHBoxLayout;
     middle->addWidget(target_);
@@ -72,6 +92,8 @@ MainWindow::MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowCont
     buildMenus(panel);
     layout->addLayout(middle, 1);
     layout->addWidget(statusBar_);
+    layout->addWidget(progress_);
+    layout->addWidget(current_);
 
     connect(choose_, &QPushButton::clicked, this, [this] { delegate_.promptForPath(); });
     connect(filePath_, &QLineEdit::editingFinished, this,
@@ -79,10 +101,19 @@ MainWindow::MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowCont
     connect(startCancel_, &QPushButton::clicked, this, [this] { delegate_.startCancelHit(); });
     connect(viewLog_, &QPushButton::clicked, this, [this] { delegate_.viewLog(); });
     connect(reset_, &QPushButton::clicked, this, [this] { delegate_.resetSels(); });
+    connect(addFolder_, &QPushButton::clicked, this, [this] { delegate_.addFolder(); });
+    connect(addFiles_, &QPushButton::clicked, this, [this] { delegate_.addFiles(); });
+    connect(progressTimer_, &QTimer::timeout, this, &MainWindow::updateProgress);
     connect(&delegate_, &AppDelegate::stateChanged, this, &MainWindow::refresh);
 
     resize(600, 250);
     refresh();
+}
+
+// The path field may still hold the focus: losing it while the window is
+// torn down must not reach this (already destroyed) part of the object.
+MainWindow::~MainWindow() {
+    filePath_->disconnect(this);
 }
 
 void MainWindow::buildMenus(QWidget* panel) {
@@ -98,6 +129,14 @@ void MainWindow::buildMenus(QWidget* panel) {
     app->addAction("Reset Warnings", this, [this] { delegate_.resetWarnings(); });
     app->addSeparator();
     app->addAction("Quit", QKeySequence::Quit, this, [this] { quit(); });
+
+    QMenu* file = bar->addMenu("File");
+    addFolderAction_ = file->addAction("Add Folder\u2026", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O),
+                                       this, [this] { delegate_.addFolder(); });
+    addFilesAction_ =
+        file->addAction("Add Files\u2026", QKeySequence::Open, this, [this] { delegate_.addFiles(); });
+    file->addSeparator();
+    file->addAction("Results", QKeySequence(Qt::CTRL | Qt::Key_R), this, [this] { showResults(); });
 
     logViewerMenu_ = bar->addMenu("Log Viewer");
     QAction* view = logViewerMenu_->addAction("View Log", QKeySequence(Qt::CTRL | Qt::Key_L), this,
@@ -134,14 +173,52 @@ void MainWindow::refresh() {
     if (!filePath_->hasFocus() && filePath_->text() != path) filePath_->setText(path);
     filePath_->setEnabled(!delegate_.running());
     choose_->setEnabled(!delegate_.running());
+    addFolder_->setEnabled(!delegate_.running());
+    addFiles_->setEnabled(!delegate_.running());
+    addFolderAction_->setEnabled(!delegate_.running());
+    addFilesAction_->setEnabled(!delegate_.running());
+    if (delegate_.running() != wasRunning_) {
+        wasRunning_ = delegate_.running();
+        progress_->setVisible(wasRunning_);
+        current_->setVisible(wasRunning_);
+        if (wasRunning_) {
+            progress_->setRange(0, 0);  // busy until the walk has counted the files
+            current_->clear();
+            progressTimer_->start();
+            showResults();
+        } else {
+            progressTimer_->stop();
+        }
+    }
     // Shortcuts work with the menu closed, so its enabling follows the state too.
     if (logViewerMenu_) updateLogViewerMenu();
+}
+
+void MainWindow::showResults() {
+    if (!results_) return;
+    results_->show();
+    results_->raise();
+}
+
+void MainWindow::updateProgress() {
+    const auto p = delegate_.progress();
+    // The bar counts in thousandths so that any total fits its int range.
+    if (p.total) {
+        progress_->setRange(0, 1000);
+        progress_->setValue(int(std::min<uint64_t>(1000, p.done * 1000 / p.total)));
+    }
+    progress_->setFormat(QString::fromStdString(AppDelegate::progressText(p)));
+    // Elided in the middle, the file name at the end stays visible.
+    const QString current = QString::fromStdString(p.current);
+    current_->setText(current_->fontMetrics().elidedText(current, Qt::ElideMiddle, current_->width()));
+    current_->setToolTip(current);
 }
 
 void MainWindow::quit() {
     if (!delegate_.applicationShouldTerminate()) return;
     viewer_.close();
     about_.closeWindow();
+    if (results_) results_->close();
     QApplication::quit();
 }
 

@@ -9,7 +9,9 @@ class QAction;
 class QLabel;
 class QLineEdit;
 class QMenu;
+class QProgressBar;
 class QPushButton;
+class QTimer;
 
 namespace sondrel::app {
 
@@ -18,12 +20,14 @@ class AppDelegate;
 class ImageView;
 class LogViewer;
 class OptionsSheet;
+class ResultsWindow;
 
 class MainWindow : public WindowWithNoTitlebar {
     Q_OBJECT
 
   public:
     MainWindow(AppDelegate& delegate, LogViewer& viewer, AboutWindowController& about);
+    ~MainWindow() override;
 
     // Whether the first showing may present the first-use note (automated
     // runs turn it off).
@@ -32,6 +36,12 @@ class MainWindow : public WindowWithNoTitlebar {
     void quit();
 
     QPushButton* startCancelButton() const { return startCancel_; }
+    ImageView* target() const { return target_; }
+    QProgressBar* progressBar() const { return progress_; }
+    QLabel* currentLabel() const { return current_; }
+    // The results window opened by the "Results" menu and at each Start (not owned).
+    void setResultsWindow(ResultsWindow* results) { results_ = results; }
+    void showResults();
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -41,6 +51,7 @@ class MainWindow : public WindowWithNoTitlebar {
     void buildMenus(QWidget* panel);
     void refresh();
     void updateLogViewerMenu();
+    void updateProgress();
 
     AppDelegate& delegate_;
     LogViewer& viewer_;
@@ -53,7 +64,16 @@ class MainWindow : public WindowWithNoTitlebar {
     QPushButton* viewLog_;
     QPushButton* reset_;
     QLabel* statusBar_;
+    QPushButton* addFolder_;
+    QPushButton* addFiles_;
+    QProgressBar* progress_;
+    QLabel* current_;
+    QTimer* progressTimer_;
+    ResultsWindow* results_ = nullptr;
+    bool wasRunning_ = false;
     QMenu* logViewerMenu_ = nullptr;
+    QAction* addFolderAction_ = nullptr;
+    QAction* addFilesAction_ = nullptr;
     bool firstUseNoteAllowed_ = true;
     bool shown_ = false;
 };

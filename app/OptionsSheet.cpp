@@ -5,12 +5,14 @@
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
 #include "app/AppDelegate.h"
 #include "app/LogViewerState.h"
+#include "codes/ProblemCodes.h"
 
 namespace sondrel::app {
 
@@ -52,6 +54,33 @@ OptionsSheet::OptionsSheet(AppDelegate& delegate, QWidget* parent) : QDialog(par
     connect(verify, &QComboBox::currentIndexChanged, this, [this, verify](int i) {
         delegate_.storeString(kVerifyKey, verify->itemData(i).toString().toStdString());
     });
+    // The least severity logged, stored as the command line's --min-severity
+    // word ("" logs every problem).
+    auto* minSeverity = new QComboBox(this);
+    minSeverity->setObjectName(kMinSeverityKey);
+    minSeverity->setToolTip(kMinSeverityKey);
+    minSeverity->addItem("Every problem", "");
+    for (int i = 1; i < 4; ++i) {
+        const char* name = codes::severityName(codes::Severity(i));
+        minSeverity->addItem(QString("%1 and graver").arg(name), name);
+    }
+    connect(minSeverity, &QComboBox::currentIndexChanged, this, [this, minSeverity](int i) {
+        delegate_.storeString(kMinSeverityKey, minSeverity->itemData(i).toString().toStdString());
+    });
+    // Codes left out of the log, comma-separated ("id3.*, flac.padding").
+    // A list naming an unknown code is not stored, so a scan never starts
+    // with a filter it cannot read.
+    auto* ignore = new QLineEdit(this);
+    ignore->setObjectName(kIgnoreCodesKey);
+    ignore->setToolTip(kIgnoreCodesKey);
+    ignore->setPlaceholderText("id3.*, flac.padding");
+    connect(ignore, &QLineEdit::textChanged, this, [this, ignore](const QString& text) {
+        std::string reason;
+        const bool ok = codes::Filter::make({}, {}, text.toStdString(), &reason).has_value();
+        ignore->setStyleSheet(ok ? QString() : QString("color: #b01e2d"));
+        ignore->setToolTip(ok ? QString(kIgnoreCodesKey) : QString::fromStdString(reason));
+        if (ok) delegate_.storeString(kIgnoreCodesKey, text.toStdString());
+    });
     auto* size = new QSpinBox(this);
     size->setObjectName(LogViewerState::kFontSizeKey);
     size->setRange(LogViewerState::kSmallestFontSize, 72);
@@ -59,6 +88,8 @@ OptionsSheet::OptionsSheet(AppDelegate& delegate, QWidget* parent) : QDialog(par
             [this](int v) { delegate_.storeInteger(LogViewerState::kFontSizeKey, v); });
     auto* form = new QFormLayout;
     form->addRow("Verify the audio:", verify);
+    form->addRow("Log problems:", minSeverity);
+    form->addRow("Ignore codes:", ignore);
     form->addRow("Log viewer font size:", size);
     layout->addLayout(form);
 
@@ -80,6 +111,14 @@ void OptionsSheet::load() {
     const int index =
         verify->findData(QString::fromStdString(delegate_.settings().stringFromKey(kVerifyKey)));
     verify->setCurrentIndex(index < 0 ? 0 : index);
+    auto* minSeverity = findChild<QComboBox*>(kMinSeverityKey);
+    QSignalBlocker blockMin(minSeverity);
+    const int minIndex =
+        minSeverity->findData(QString::fromStdString(delegate_.settings().stringFromKey(kMinSeverityKey)));
+    minSeverity->setCurrentIndex(minIndex < 0 ? 0 : minIndex);
+    auto* ignore = findChild<QLineEdit*>(kIgnoreCodesKey);
+    QSignalBlocker blockIgnore(ignore);
+    ignore->setText(QString::fromStdString(delegate_.settings().stringFromKey(kIgnoreCodesKey)));
     auto* size = findChild<QSpinBox*>(LogViewerState::kFontSizeKey);
     QSignalBlocker block(size);
     size->setValue(int(delegate_.settings().intFromKey(LogViewerState::kFontSizeKey)));

@@ -21,6 +21,8 @@ class OptionsSheet : public QDialog {
     };
     static const std::vector<Option>& booleanOptions();
     static constexpr const char* kVerifyKey = "Verify";
+    static constexpr const char* kMinSeverityKey = "MinSeverity";
+    static constexpr const char* kIgnoreCodesKey = "IgnoreCodes";
 
     OptionsSheet(AppDelegate& delegate, QWidget* parent);
     // Shows the sheet with the stored values.

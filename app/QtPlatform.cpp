@@ -61,6 +61,18 @@ std::optional<std::string> QtPlatform::savePanel(const std::string& title,
     return dialog.selectedFiles().first().toStdString();
 }
 
+std::vector<std::string> QtPlatform::openPanel(const std::string& title, bool folders) {
+    QFileDialog dialog(window_, QString::fromStdString(title));
+    dialog.setAcceptMode(QFileDialog::AcceptOpen);
+    // Files that are not audio are left out afterwards, as with a drop.
+    dialog.setFileMode(folders ? QFileDialog::Directory : QFileDialog::ExistingFiles);
+    if (folders) dialog.setOption(QFileDialog::ShowDirsOnly);
+    std::vector<std::string> chosen;
+    if (dialog.exec() != QDialog::Accepted) return chosen;
+    for (const QString& f : dialog.selectedFiles()) chosen.push_back(f.toStdString());
+    return chosen;
+}
+
 void QtPlatform::openUrl(const std::string& url) {
     QDesktopServices::openUrl(QUrl(QString::fromStdString(url)));
 }

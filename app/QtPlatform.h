@@ -26,6 +26,7 @@ class QtPlatform : public AppPlatform {
     std::optional<std::string> savePanel(const std::string& title, const std::vector<std::string>& types,
                                          const std::string& startPath) override;
     void openUrl(const std::string& url) override;
+    std::vector<std::string> openPanel(const std::string& title, bool folders) override;
     void showLog(const std::string& text) override;
     int toolkitVersion() const override { return kToolkitVersion; }
     uint64_t beginActivity(uint64_t options, const std::string& reason) override;

@@ -4,14 +4,19 @@
 //   --start          press Start; when the scan ends, open the log viewer
 //   --grab-main PNG  save a picture of the main window, then quit
 //   --grab-log PNG   save a picture of the log viewer, then quit
+//   --grab-progress PNG   the main window while the scan runs
+//   --grab-results PNG    the results window when the scan has ended
+//   --grab-damage PNG     the results window filtered to damage
 // Any of these also skips the first-use note.
 #include <QApplication>
+#include <QComboBox>
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
 #include <QPixmap>
 #include <QScreen>
 #include <QTimer>
+#include <QTreeView>
 
 #include <memory>
 
@@ -20,6 +25,7 @@
 #include "app/LogViewer.h"
 #include "app/MainWindow.h"
 #include "app/QtPlatform.h"
+#include "app/ResultsWindow.h"
 #include "core/BuildInfo.h"
 #include "formats/Checkers.h"
 #include "verify/Verify.h"
@@ -62,12 +68,17 @@ int main(int argc, char** argv) {
     QCommandLineOption startOption("start", "Press Start; when the scan ends, open the log viewer.");
     QCommandLineOption grabMain("grab-main", "Save a picture of the main window to PNG, then quit.", "PNG");
     QCommandLineOption grabLog("grab-log", "Save a picture of the log viewer to PNG, then quit.", "PNG");
-    parser.addOptions({logOption, startOption, grabMain, grabLog});
+    QCommandLineOption grabProgress("grab-progress", "Save a picture of the main window during the scan.",
+                                    "PNG");
+    QCommandLineOption grabResults("grab-results", "Save a picture of the results window after the scan.",
+                                   "PNG");
+    QCommandLineOption grabDamage("grab-damage", "Save a picture of the results filtered to damage.", "PNG");
+    parser.addOptions({logOption, startOption, grabMain, grabLog, grabProgress, grabResults, grabDamage});
     parser.addPositionalArgument("paths", "Folders and audio files, taken as a drop on the target.",
                                  "[PATH...]");
     parser.process(application);
     const bool automated = parser.isSet(logOption) || parser.isSet(startOption) || parser.isSet(grabMain) ||
-                           parser.isSet(grabLog);
+                           parser.isSet(grabLog) || parser.isSet(grabResults) || parser.isSet(grabDamage);
 
     sondrel::verify::install();
     QtPlatform platform;
@@ -75,6 +86,10 @@ int main(int argc, char** argv) {
     LogViewer viewer(delegate);
     AboutWindowController about;
     MainWindow window(delegate, viewer, about);
+    ResultsWindow results(delegate.results(), platform);
+    window.setResultsWindow(&results);
+    // Beside the main window rather than over it, so that both can be seen.
+    results.move(40, 420);
     platform.setWindow(&window);
     platform.setLogViewer(&viewer);
     window.setFirstUseNoteAllowed(!automated);
@@ -99,9 +114,22 @@ int main(int argc, char** argv) {
         if (!logPng.isEmpty() && !(viewer.isVisible() && grab(&viewer, logPng))) ++failures;
         if (grabbing) application.exit(failures ? 1 : 0);
     };
+    // The results window is drawn into its picture, so nothing over it shows.
+    auto grabResultsWindow = [&] {
+        const QString all = parser.value(grabResults), damage = parser.value(grabDamage);
+        if (!all.isEmpty() && !results.grab().save(all, "PNG")) ++failures;
+        if (damage.isEmpty()) return;
+        results.severityBox()->setCurrentIndex(int(sondrel::codes::Severity::Damage));
+        results.tree()->expandAll();
+        // The first problem selected, so that its code's explanation shows.
+        const QAbstractItemModel* shown = results.tree()->model();
+        results.tree()->setCurrentIndex(shown->index(0, 0, shown->index(0, 0)));
+        if (!results.grab().save(damage, "PNG")) ++failures;
+    };
     auto grabMainThenViewer = [&](bool openViewer) {
         afterDrawing([&, openViewer] {
             if (!mainPng.isEmpty() && !grab(&window, mainPng)) ++failures;
+            grabResultsWindow();
             if (!openViewer) return grabViewerAndQuit();
             delegate.viewLog();
             afterDrawing(grabViewerAndQuit);
@@ -117,6 +145,18 @@ int main(int argc, char** argv) {
             grabMainThenViewer(true);
         });
         QTimer::singleShot(0, &application, [&] { delegate.startCancelHit(); });
+        // Mid-scan: once the files are counted and some are done.
+        const QString progressPng = parser.value(grabProgress);
+        if (!progressPng.isEmpty()) {
+            auto poll = new QTimer(&application);
+            QObject::connect(poll, &QTimer::timeout, &application, [&, poll, progressPng] {
+                const auto p = delegate.progress();
+                if (!delegate.running() || p.total == 0 || p.done * 4 < p.total) return;
+                poll->stop();
+                if (!grab(&window, progressPng)) ++failures;
+            });
+            poll->start(300);
+        }
     } else if (grabbing) {
         grabMainThenViewer(false);
     }

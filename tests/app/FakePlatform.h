@@ -38,6 +38,8 @@ class FakePlatform : public AppPlatform {
         return savePanelAnswer;
     }
     void openUrl(const std::string& url) override { urls.push_back(url); }
+    std::vector<std::string> openPanelAnswer;
+    std::vector<std::string> openPanel(const std::string&, bool) override { return openPanelAnswer; }
     void showLog(const std::string& text) override { logs.push_back(text); }
     int toolkitVersion() const override { return version; }
     uint64_t beginActivity(uint64_t, const std::string&) override { return ++activitiesBegun; }

@@ -6,6 +6,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QLineEdit>
 #include <QSpinBox>
 
 #include <set>
@@ -57,6 +58,18 @@ TEST(OptionsSheet, EveryShippedSwitchIsEditableAndStored) {
     EXPECT_EQ(size->value(), 12);
     size->setValue(15);
     EXPECT_EQ(Settings::load(config.path()).intFromKey("LogFixedFontSize"), 15);
+    // The problem filter: a severity word, and a code list stored only when
+    // every entry names something.
+    auto* minSeverity = sheet.findChild<QComboBox*>("MinSeverity");
+    ASSERT_NE(minSeverity, nullptr);
+    minSeverity->setCurrentIndex(minSeverity->findData("error"));
+    EXPECT_EQ(Settings::load(config.path()).stringFromKey("MinSeverity"), "error");
+    auto* ignore = sheet.findChild<QLineEdit*>("IgnoreCodes");
+    ASSERT_NE(ignore, nullptr);
+    ignore->setText("id3.*");
+    EXPECT_EQ(Settings::load(config.path()).stringFromKey("IgnoreCodes"), "id3.*");
+    ignore->setText("id3.*,no-such-code");
+    EXPECT_EQ(Settings::load(config.path()).stringFromKey("IgnoreCodes"), "id3.*");
     sheet.prefsDone();
     EXPECT_FALSE(sheet.isVisible());
 }
