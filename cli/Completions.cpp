@@ -36,8 +36,8 @@ std::string singleQuoted(const std::string& text) {
     return out + "'";
 }
 
-// A description as a zsh _arguments spec wants it: no brackets or colons,
-// which delimit the spec's fields, and first sentence only.
+// A description as a zsh _arguments entry wants it: no brackets or colons,
+// which delimit the entry's fields, and first sentence only.
 std::string zshDescription(std::string text) {
     for (char& c : text)
         if (c == '[' || c == ']') c = c == '[' ? '(' : ')';

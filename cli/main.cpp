@@ -268,7 +268,7 @@ int main(int argc, char** argv) {
         return kCannotRun;
     }
 
-    std::optional<ShardSpec> shard;
+    std::optional<ShardPart> shard;
     if (!o.shard.empty() && !(shard = parseShard(o.shard))) {
         std::fprintf(stderr, "sondrel: --shard takes K/N with 0 <= K < N <= %u, got '%s'\n", kMaxShards,
                      o.shard.c_str());

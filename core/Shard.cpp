@@ -4,7 +4,7 @@
 
 namespace sondrel {
 
-std::optional<ShardSpec> parseShard(const std::string& text) {
+std::optional<ShardPart> parseShard(const std::string& text) {
     const size_t slash = text.find('/');
     if (slash == std::string::npos) return std::nullopt;
     auto number = [](const char* first, const char* last) -> std::optional<unsigned> {
@@ -16,22 +16,22 @@ std::optional<ShardSpec> parseShard(const std::string& text) {
     auto k = number(text.data(), text.data() + slash);
     auto n = number(text.data() + slash + 1, text.data() + text.size());
     if (!k || !n || *n == 0 || *n > kMaxShards || *k >= *n) return std::nullopt;
-    return ShardSpec{*k, *n};
+    return ShardPart{*k, *n};
 }
 
-std::pair<size_t, size_t> shardRun(const std::vector<uint64_t>& folderSizes, ShardSpec spec) {
+std::pair<size_t, size_t> shardRun(const std::vector<uint64_t>& folderSizes, ShardPart part) {
     uint64_t total = 0;
     for (uint64_t n : folderSizes) total += n;
     // The share a file at position `at` falls in: floor(at * count / total).
     // With count at most kMaxShards the product fits for any list of fewer
     // than 2^46 files.
-    auto shareOf = [&](uint64_t at) { return at * spec.count / total; };
+    auto shareOf = [&](uint64_t at) { return at * part.count / total; };
     size_t first = folderSizes.size(), last = folderSizes.size();
     uint64_t at = 0;
     for (size_t i = 0; i < folderSizes.size(); ++i) {
         const uint64_t share = total ? shareOf(at) : 0;
-        if (share == spec.index && first == folderSizes.size()) first = i;
-        if (share > spec.index) {
+        if (share == part.index && first == folderSizes.size()) first = i;
+        if (share > part.index) {
             last = i;
             break;
         }

@@ -13,7 +13,7 @@
 
 namespace sondrel {
 
-struct ShardSpec {
+struct ShardPart {
     unsigned index = 0;  // 0 to count-1
     unsigned count = 1;
 };
@@ -22,11 +22,11 @@ struct ShardSpec {
 constexpr unsigned kMaxShards = 100000;
 
 // "K/N" with 0 <= K < N <= kMaxShards; nullopt otherwise.
-std::optional<ShardSpec> parseShard(const std::string& text);
+std::optional<ShardPart> parseShard(const std::string& text);
 
-// The folders [first, last) of shard `spec`, given the file count of each
+// The folders [first, last) of shard `part`, given the file count of each
 // folder in list order. A folder belongs to the run its first file falls in
 // when the files are cut into `count` equal shares.
-std::pair<size_t, size_t> shardRun(const std::vector<uint64_t>& folderSizes, ShardSpec spec);
+std::pair<size_t, size_t> shardRun(const std::vector<uint64_t>& folderSizes, ShardPart part);
 
 }  // namespace sondrel

@@ -62,7 +62,7 @@ class WorkThread {
     // checked again (not owned; null, the default, checks every file).
     void setResultCache(ResultCache* cache) { cache_ = cache; }
     // Check only this shard's run of the sorted work list (core/Shard.h).
-    void setShard(ShardSpec shard) { shard_ = shard; }
+    void setShard(ShardPart shard) { shard_ = shard; }
 
     // The work list after the walk: folder -> names (exposed for tests).
     const std::map<std::string, std::set<std::string>>& folderStorage() const { return folderStorage_; }
@@ -90,7 +90,7 @@ class WorkThread {
     std::atomic<uint64_t> unreadable_{0};
     bool writeFailed_ = false;
     ResultCache* cache_ = nullptr;
-    ShardSpec shard_;
+    ShardPart shard_;
 };
 
 }  // namespace sondrel
