@@ -551,6 +551,11 @@ const ProblemCode kTable[] = {
      "The program's audio decoders module is missing or damaged, so the audio was not verified; it is "
      "not known to be broken.",
      "Reinstall the program; the standard error output names the missing file and the reason."},
+    {"audio.not-decoded", W, "Audio not decoded: * exceed the decoding memory budget",
+     "The file's index (frames, samples, tracks, chained streams or headers) is larger than a worker may "
+     "hold while decoding, so its structure was checked but its audio not decoded; it is not known to be "
+     "broken. Real files are far below the budget.",
+     "Check the file with its format's own decoder if it matters."},
     {"audio.read-failed", D, "The audio could not be read to the end of the file",
      "Reading the audio failed before its end: the disk failed or the file changed during the check.",
      "Check the disk, then check the file again."},

@@ -100,11 +100,12 @@ void verifyApe(Tag& tag, Tier tier, Findings& findings) {
     auto file = tag.setupFile(size);
     if (!file) return;
     const uint32_t frames = checkLayout(*file, size, findings);
-    if (tier == Tier::Full && frames <= kMaxFrames)
-        decodeWithFfmpeg(
-            *file, size, "ape",
-            {msg::kApeCannotDecode, msg::kApeDecodeError, msg::kApeReadError, msg::kApeDecodedLength},
-            findings);
+    if (tier != Tier::Full) return;
+    if (frames > kMaxFrames)
+        return findings.add(0, fmt::format(msg::kNotDecoded, fmt::format("{} frames", frames)));
+    decodeWithFfmpeg(
+        *file, size, "ape",
+        {msg::kApeCannotDecode, msg::kApeDecodeError, msg::kApeReadError, msg::kApeDecodedLength}, findings);
 }
 
 }  // namespace sondrel::verify

@@ -6,6 +6,7 @@ namespace sondrel::verify::msg {
 // Common
 constexpr const char* kMoreFindings = "{} more audio problems in this file are not listed";
 constexpr const char* kReadFailed = "The audio could not be read to the end of the file";
+constexpr const char* kNotDecoded = "Audio not decoded: {} exceed the decoding memory budget";
 
 // FLAC, read without decoding
 constexpr const char* kFlacNoStreamInfo = "FLAC audio cannot be verified without a valid STREAMINFO block";

@@ -183,12 +183,17 @@ void verifyMp4(Tag& tag, Tier tier, Findings& findings) {
     if (!file) return;
     Shape shape;
     checkTables(*file, size, findings, shape);
-    if (tier == Tier::Full && shape.moovBytes <= kMaxMoovBytes && shape.tracks <= kMaxTracks &&
-        shape.samples <= kMaxSamples)
-        decodeWithFfmpeg(
-            *file, size, "mov",
-            {msg::kMp4CannotDecode, msg::kMp4DecodeError, msg::kMp4ReadError, msg::kMp4DecodedLength},
-            findings);
+    if (tier != Tier::Full) return;
+    if (shape.moovBytes > kMaxMoovBytes || shape.tracks > kMaxTracks || shape.samples > kMaxSamples)
+        return findings.add(
+            0, fmt::format(msg::kNotDecoded, shape.moovBytes > kMaxMoovBytes
+                                                 ? fmt::format("{} bytes of sample tables", shape.moovBytes)
+                                             : shape.tracks > kMaxTracks
+                                                 ? fmt::format("{} tracks", shape.tracks)
+                                                 : fmt::format("{} samples", shape.samples)));
+    decodeWithFfmpeg(
+        *file, size, "mov",
+        {msg::kMp4CannotDecode, msg::kMp4DecodeError, msg::kMp4ReadError, msg::kMp4DecodedLength}, findings);
 }
 
 }  // namespace sondrel::verify

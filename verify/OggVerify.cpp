@@ -277,8 +277,13 @@ void verifyOgg(Tag& tag, Tier tier, Findings& findings) {
     if (!file) return;
     Shape shape;
     walkPages(*file, end, findings, shape);
-    if (tier == Tier::Full && shape.links <= kMaxLinks && shape.audioStart <= kMaxHeaderBytes)
-        decodeOgg(*file, end, findings);
+    if (tier != Tier::Full) return;
+    if (shape.links > kMaxLinks || shape.audioStart > kMaxHeaderBytes)
+        return findings.add(
+            0, fmt::format(msg::kNotDecoded, shape.links > kMaxLinks
+                                                 ? fmt::format("{} links", shape.links)
+                                                 : fmt::format("{} bytes of headers", shape.audioStart)));
+    decodeOgg(*file, end, findings);
 }
 
 }  // namespace sondrel::verify

@@ -25,10 +25,6 @@ enum class Tier { Off, Quick, Full };
 // "off", "quick" or "full" (the "Verify" option); nullopt for anything else.
 std::optional<Tier> parseTier(std::string_view text);
 
-// The decoding libraries' versions as they run ("libFLAC 1.4.2, mpg123 API 47,
-// WavPack 5.6.0"): a result found by decoding is only as good as its decoder.
-std::string libraryVersions();
-
 // Installs the verifier into the record; front ends call it once at start.
 void install();
 
