@@ -188,6 +188,21 @@ scan_seed ape 10
 scan_seed wv 11
 scan_seed mp4 12
 
+# The verification target chooses the format from the file's own first bytes:
+# the files real encoders wrote, whose audio decodes, and the crafted ones.
+mkdir -p "$out/fuzz_verify"
+for t in mp3 flac ogg wav aiff dsf dff ape wv mp4; do
+  for f in "$out/fuzz_$t"/encoder_* "$out/fuzz_$t"/cut*_1 "$out/fuzz_$t"/marker*_1; do
+    case "$t" in dsf | dff | ape) continue ;; esac
+    [ -f "$f" ] && cp "$f" "$out/fuzz_verify/${t}_$(basename "$f")"
+  done
+done
+for t in dsf dff ape; do
+  for f in "$out/fuzz_$t"/*; do
+    [ -f "$f" ] && cp "$f" "$out/fuzz_verify/${t}_$(basename "$f")"
+  done
+done
+
 # The settings file and path target: the shipped defaults and a few files
 # of settings and paths.
 mkdir -p "$out/fuzz_config"
