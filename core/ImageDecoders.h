@@ -59,5 +59,5 @@ constexpr const char* kModernDecodersModule = "sondrel_images_modern";
 }  // namespace sondrel::ImageValidator
 
 // The modules' entry points (the static build of the tests calls them too).
-extern "C" const sondrel::ImageValidator::Decoders* sondrel_module_sondrel_images();
-extern "C" const sondrel::ImageValidator::Decoders* sondrel_module_sondrel_images_modern();
+extern "C" const void* sondrel_module_sondrel_images();
+extern "C" const void* sondrel_module_sondrel_images_modern();

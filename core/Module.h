@@ -7,8 +7,9 @@
 // A module "<name>" is the shared object <name>.so in the "lib/sondrel"
 // folder next to the program's own folder (../lib/sondrel relative to the
 // executable, the same in the build tree and once installed). Its one
-// exported function, sondrel_module_<name>, returns the module's table of
-// functions; each module's header defines that table.
+// exported function, sondrel_module_<name>, takes nothing and returns a
+// `const void*` (the exact type it is called through) pointing at the
+// module's table of functions; each module's header defines that table.
 #include <string>
 #include <string_view>
 

@@ -86,8 +86,8 @@ case "$mode" in
       runs="$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)"
       # Fork mode prints no final statistics: take its last progress line.
       [ -n "$runs" ] || runs="$(sed -n 's/^#\([0-9]*\): cov.*/\1/p' "$log" | tail -1)"
-      [ -n "$speed" ] || speed="$(sed -n 's/^#[0-9]*: cov.* exec\/s \([0-9]*\).*/\1/p' "$log" | tail -1)"
       speed="$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log" | tail -1)"
+      [ -n "$speed" ] || speed="$(sed -n 's/^#[0-9]*: cov.* exec\/s \([0-9]*\).*/\1/p' "$log" | tail -1)"
       result=clean
       [ "$status" -eq 0 ] || result="CRASH (exit $status), see $log and fuzz/regressions/$t/"
       printf '%-12s %10s %8s %8s %s\n' "$t" "${runs:-?}" "${speed:-?}" "$(find "$corpus/$t" -type f | wc -l)" "$result"

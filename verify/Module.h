@@ -23,4 +23,4 @@ constexpr const char* kModule = "sondrel_decoders";
 }  // namespace sondrel::verify
 
 // The module's entry point (the static build of the tests calls it too).
-extern "C" const sondrel::verify::ModuleTable* sondrel_module_sondrel_decoders();
+extern "C" const void* sondrel_module_sondrel_decoders();

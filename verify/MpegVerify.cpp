@@ -97,7 +97,7 @@ Summary readSummary(ByteSpan frame, const Frame& f) {
         auto field = [&](uint32_t bit, size_t size) -> std::optional<uint64_t> {
             if (!(flags & bit)) return std::nullopt;
             std::optional<uint64_t> v;
-            if (frame.size() - at >= 4) v = be32(&frame[at]);
+            if (at <= frame.size() && frame.size() - at >= 4) v = be32(&frame[at]);
             at += size;
             return v;
         };

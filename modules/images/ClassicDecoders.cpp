@@ -398,8 +398,7 @@ Verdict decodeBMP(const uint8_t* bytes, size_t length, Gate& gate) {
 }  // namespace
 }  // namespace sondrel::ImageValidator
 
-extern "C" __attribute__((visibility("default"))) const sondrel::ImageValidator::Decoders*
-sondrel_module_sondrel_images() {
+extern "C" __attribute__((visibility("default"))) const void* sondrel_module_sondrel_images() {
     using namespace sondrel::ImageValidator;
     static const Decoders decoders{sizeof(Decoders), decodeJPEG, decodePNG, decodeGIF, decodeWebP,
                                    decodeTIFF,       decodeBMP,  nullptr,   nullptr,   nullptr};

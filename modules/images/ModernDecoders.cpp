@@ -154,8 +154,7 @@ Verdict decodeJXL(const uint8_t* bytes, size_t length, Gate& gate) {
 }  // namespace
 }  // namespace sondrel::ImageValidator
 
-extern "C" __attribute__((visibility("default"))) const sondrel::ImageValidator::Decoders*
-sondrel_module_sondrel_images_modern() {
+extern "C" __attribute__((visibility("default"))) const void* sondrel_module_sondrel_images_modern() {
     using namespace sondrel::ImageValidator;
     static const Decoders decoders{sizeof(Decoders), nullptr, nullptr,    nullptr,    nullptr,
                                    nullptr,          nullptr, decodeAVIF, decodeHEIF, decodeJXL};
