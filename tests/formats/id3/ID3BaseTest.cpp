@@ -110,6 +110,10 @@ TEST(ID3Header, FooterFoundTags) {
         {"header differs", differing, ""},
     };
     for (const Case& c : cases) EXPECT_EQ(readTag(c.file, c.file.size() - 10, true).log, c.log) << c.name;
+    // A tag found through its footer may start at the file's first byte.
+    const Bytes alone = concat({tag, id3Footer(tag)});
+    EXPECT_EQ(readTag(alone, alone.size() - 10, true).log,
+              framing(10, kMarker) + framing(23, "Frame overrun"));
 }
 
 TEST(ID3Walk, HowTheWalkEnds) {

@@ -105,6 +105,7 @@ TEST(ID3TextFrames, NilsEncodingsTerminatorsCommentsAndLyrics) {
         // UTF-16 needs its terminator on a 2-byte boundary.
         {3, id3Frame("TXXX", {1, 0xFF, 0xFE, 'd', 0, 0, 'x', 0}),
          at10("TXXX", kUnterminated, "missing Description field")},
+        {3, id3Frame("TXXX", {1, 0xFF, 0xFE, 'd', 0, 0, 0}), ""},  // the terminator ends the frame
         {3, id3Frame("COMM", body("\0en"sv)), at10("COMM", "insufficient data for frame")},
         {3, id3Frame("COMM", body("\0eng"sv)), at10("COMM", kUnterminated, "missing description field")},
         {3, id3Frame("USLT", body("\0engwords"sv)), at10("USLT", kUnterminated, "missing description field")},
@@ -183,6 +184,8 @@ TEST(ID3Ownership, PurchaseDateAndSeller) {
     const std::string o = "OWNE";
     expectLogs({
         {4, owne("20211301"), ""},
+        {4, owne("10000101"), ""},  // years 1000 to 9999
+        {4, owne("19991231"), ""},
         {4, owne("20211301", {}), ""},  // no seller: the date ends the frame
         {4, owne(" 2021123"), at10(o, "invalid purchase date field")},
         {4, id3Frame("OWNE", body("\0$1"sv), 4), at10(o, kUnterminated, "missing price field")},
