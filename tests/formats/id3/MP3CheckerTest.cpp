@@ -65,6 +65,7 @@ TEST(MP3Checker, SummaryHeadersOfTheFirstFrame) {
               std::tuple(fourcc("Info"), false, 167u, 2612u));
     EXPECT_EQ(shown(measure(concat({vbriFrame(kCBR, 41800, 100), frames}))),
               std::tuple(fourcc("VBRI"), true, 128u, 2612u));
+    EXPECT_EQ(measure(concat({vbriFrame(kCBR, 1, 1), frames})).tag, fourcc("VBRI"));  // counts of 1 will do
     const Measured scanned = measure(concat({mpegFrames(kCBR, 2), mpegFrames({.bitrate = 320}, 2)}));
     EXPECT_EQ(std::tuple(scanned.tag, scanned.vbr, scanned.bitrate), std::tuple(0u, true, 224u));
 }
@@ -73,7 +74,10 @@ TEST(MP3Checker, GarbageMissingAudioAndTheTagsAtTheEnd) {
     const Bytes frames = mpegFrames(kCBR, 3);
     ByteBuilder badHeaders;
     for (int i = 0; i < 50; ++i)
-        badHeaders.bytes({0xFF, 0xFB, 0xF0, 0}).bytes({0xFF, 0xEB, 0x90, 0}).bytes({0xFF, 0xFB, 0x90, 2});
+        badHeaders.bytes({0xFF, 0xFB, 0xF0, 0})
+            .bytes({0xFF, 0xEB, 0x90, 0})
+            .bytes({0xFF, 0xFB, 0x90, 2})
+            .bytes({0xFF, 0xF9, 0x90, 0});  // bitrate 15, version 01, emphasis 2, layer 00
     // A frame header inside the ID3v1 tag is not audio.
     Bytes v1Sync = id3v1Tag();
     const Bytes header = mpegHeader(kCBR);
