@@ -132,6 +132,9 @@ TEST(ApeTag, Items) {
              line(base, "File", unterminated)},
             {"key at the end of the area", area(concat({title, ByteBuilder().le32(0).le32(0).take()}), 2),
              line(base + title.size(), "File", unterminated)},
+            {"one-byte key", area(apeItem("\x01", "v"), 1), line(base, "File", "Tag Item key is invalid")},
+            // Keys are read in 64 KiB windows.
+            {"long key", area(apeItem(std::string(70000, 'K'), "v"), 1), ""},
         });
 }
 
