@@ -72,6 +72,9 @@ TEST(M4ATag, AudioPropertiesComeFromTheSampleEntry) {
     };
     EXPECT_EQ(properties(check(m4aFile({}, {soundTrack(mp4aEntry(1, 48000, 96000))}))),
               std::tuple("AAC", 3u, 48000u, 96u, 1000u, 0u, ""));
+    const Bytes longEsds =
+        atom("mp4a", ByteBuilder(soundFields(2, 44100).take()).bytes(esds(64000, true)).take());
+    EXPECT_EQ(check(m4aFile({}, {soundTrack(longEsds)})).checker().frameBitrate(), 64u);
     // ALAC is recognised only in an 88-byte sample description.
     EXPECT_EQ(properties(check(m4aFile({}, {soundTrack(alacEntry(2, 24, 96000, 2'000'500))}))),
               std::tuple("ALAC", 2u + 131072u, 96000u, 2001u, 1000u, 24u, ""));
