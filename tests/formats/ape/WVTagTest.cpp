@@ -3,11 +3,9 @@
 // backward search for the sample count at the end of the stream.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "tests/fixtures/ApeBuilder.h"
-#include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/LogCases.h"
 
 namespace sondrel {
@@ -19,14 +17,11 @@ using Block = WvBlockSpec;
 constexpr uint32_t kRate = kWvRate44100;
 
 std::string line(uint64_t offset, const std::string& message) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "    %012llu  File: ", static_cast<unsigned long long>(offset));
-    return buf + message + "\n";
+    return fixtures::line(offset, "File", message);
 }
 
 const std::string kNoAudioInfo = line(0, "Cannot locate audio information");
 const std::string kInvalidVersion = "Invalid codec version";
-const std::string kDamaged = "The audio stream appears to be damaged";
 const std::string kNoMarker = "Missing 'wvpk' header";
 
 // Blocks are walked up to the first one marked final; the flags are those of
@@ -34,7 +29,6 @@ const std::string kNoMarker = "Missing 'wvpk' header";
 // bad block ends the walk; alone, it leaves the block index at 1, and the
 // end search finds the block itself.
 TEST(WVTag, BlockChain) {
-    const Bytes block42 = wvBlock(Block().blockSize(34));
     Bytes other = concat({wvBlock(Block()), apeTag(ApeTagSpec().items({apeItem("", "x")}))});
     other[0] = 'W';  // neither blocks nor the APE tag are examined
     Bytes broken = concat({wvBlock(Block().flags(kRate).blockIndex(5)), wvBlock(Block()), Bytes(64, 0)});
@@ -43,9 +37,6 @@ TEST(WVTag, BlockChain) {
     expectLogs(
         "x.wv",
         {
-            {"42 bytes", block42, ""},
-            {"41 bytes", Bytes(block42.begin(), block42.end() - 1),
-             line(0, "Invalid file size for APE file")},
             {"not WavPack", other, line(0, kNoMarker)},
             {"version 1026", wvBlock(Block().version(1026)), ""},
             {"version 1040", wvBlock(Block().version(1040)), ""},
@@ -70,25 +61,22 @@ TEST(WVTag, ApeTagStartEndsTheStream) {
     const Bytes tail = apeTag(ApeTagSpec().items({title, apeItem("", "x")}));
     Bytes longBlock = wvBlock(Block().blockSize(1000).flags(kRate));
     longBlock.resize(64);
-    expectLogs(
-        "x.wv",
-        {
-            {"16 bytes before the tag", concat({first, Bytes(16, 0), tail}),
-             line(64, kDamaged) + line(80 + title.size(), "Tag Item key is empty")},
-            {"32 bytes before the tag", concat({first, Bytes(32, 0), tail}),
-             line(64, kNoMarker) + line(96 + title.size(), "Tag Item key is empty")},
-            // An item-less tag's header right before the footer shortens the
-            // stream; in front of items it is not looked for.
-            {"header before footer", concat({first, apeTag(ApeTagSpec().headerFlag(true).writeHeader(true))}),
-             line(64, kDamaged)},
-            {"header before items",
-             concat({first, apeTag(ApeTagSpec().items({title}).headerFlag(true).writeHeader(true))}),
-             line(64, kNoMarker)},
-            // An item area before the file's start leaves the stream unbounded.
-            {"item area before the file",
-             concat({longBlock, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(5000))}),
-             line(0, "Read error") + line(1008, "Read error")},
-        });
+    expectLogs("x.wv",
+               {
+                   {"32 bytes before the tag", concat({first, Bytes(32, 0), tail}),
+                    line(64, kNoMarker) + line(96 + title.size(), "Tag Item key is empty")},
+                   // A header in front of items, or one the footer does not
+                   // announce, does not shorten the stream.
+                   {"header before items",
+                    concat({first, apeTag(ApeTagSpec().items({title}).headerFlag(true).writeHeader(true))}),
+                    line(64, kNoMarker)},
+                   {"header not announced", concat({first, apeTag(ApeTagSpec().writeHeader(true))}),
+                    line(64, kNoMarker)},
+                   // An item area before the file's start leaves the stream unbounded.
+                   {"item area before the file",
+                    concat({longBlock, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(5000))}),
+                    line(0, "Read error") + line(1008, "Read error")},
+               });
 }
 
 // A first block with index 0 and a known count needs no search; otherwise
@@ -120,15 +108,12 @@ TEST(WVTag, EndOfStreamSearch) {
             {"index only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0).blockIndex(500))}),
              ""},
             {"count only", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(500))}), ""},
-            {"sum 0", concat({wvBlock(unknownCount), wvBlock(Block().totalSamples(0))}), kNoAudioInfo},
-            {"newest not final", concat({wvBlock(unknownCount), decoy}), kNoAudioInfo},
             {"first index not 0", wvBlock(Block().blockIndex(7)), ""},
             {"tag not searched",
              concat({wvBlock(Block().flags(kRate | kWvFinal).blockIndex(3)), Bytes(40, 0),
                      apeTag(ApeTagSpec().items({apeItem("Comment", decoy, kItemBinary)}))}),
              ""},
             {"final across the stretch start", lastHeaderAt(1759, Block().blockIndex(50)), invalid},
-            {"not final in the overlap", lastHeaderAt(1750, Block().flags(kRate)), invalid + kNoAudioInfo},
             {"final at the end", lastHeaderAt(11968, Block().blockIndex(50)), invalid},
             {"not final at the end", lastHeaderAt(11968, Block().flags(kRate)), invalid + kNoAudioInfo},
             {"marker in the last 31 bytes", cut, invalid},

@@ -49,8 +49,6 @@ TEST(AiffTag, HeaderSizeAndWalkEnd) {
                    // Without its pad byte at the very end: no overflow, but the
                    // rounded FORM size no longer matches.
                    {"missing pad", aiffForm({kComm, iffChunk("SSND", Bytes(23), false)}), sizeLine(62, 61)},
-                   // Landing on 8 + FORM size ends the walk: the second COMM is never seen.
-                   {"walk ends at FORM end", concat({aiffForm({kComm, kSsnd}), kComm}), sizeLine(62, 88)},
                    // A FORM size too large lets the walk go on, but a header that
                    // would end exactly at the end of the file is not read.
                    {"header at file end",
@@ -63,6 +61,7 @@ TEST(AiffTag, HeaderSizeAndWalkEnd) {
 TEST(AiffTag, CommRules) {
     const Bytes negativeZero = ByteBuilder().be16(0x8000).be64(0).take();
     const Bytes tiny = ByteBuilder().be16(0).be64(1).take();
+    const Bytes smallest = ByteBuilder().be16(16383 + 63 - 1137).be64(1ull << 63).take();
     const Bytes huge = ByteBuilder().be16(0x7ffe).be64(1ull << 63).take();
     const Bytes nan = ByteBuilder().be16(0x7fff).be64(0xC000000000000000).take();
     const Bytes aifcComm =
@@ -74,18 +73,14 @@ TEST(AiffTag, CommRules) {
              line(12, "Fatal", "Missing COMM chunk")},
             {"no room for a chunk", ByteBuilder().str("FORM").be32(12).str("AIFF").str("SSND").be32(0).take(),
              line(20, "Fatal", "Missing COMM chunk")},
-            {"no COMM", aiffForm({kSsnd}), line(44, "Fatal", "Missing COMM chunk")},
-            {"COMM size", aiffForm({iffChunk("COMM", Bytes(16)), kSsnd}),
-             line(12, "Fatal", "Invalid size for COMM chunk")},
-            // A zero rate is reported and the walk goes on, here to a second COMM that stops it.
-            {"zero rate, second COMM", aiffForm({aiffComm(0), kSsnd, kComm}),
-             line(12, "Container", "The sample rate is 0") + line(70, "Fatal", "More than one COMM chunk")},
             {"negative zero", aiffForm({iffChunk("COMM", aiffCommBody(negativeZero)), kSsnd}),
              line(12, "Container", "The sample rate is 0")},
             // The smallest denormal is 0 as a double; a rate beyond a double's range is not.
             {"denormal rate", aiffForm({iffChunk("COMM", aiffCommBody(tiny)), kSsnd}),
              line(12, "Container", "The sample rate is 0")},
             {"huge rate", aiffForm({iffChunk("COMM", aiffCommBody(huge)), kSsnd}), ""},
+            // 2^-1074, the smallest double above 0 (exponent bias 16383, 63 fraction bits).
+            {"smallest rate", aiffForm({iffChunk("COMM", aiffCommBody(smallest)), kSsnd}), ""},
             // Only an exact zero counts: a rate that is not a number passes.
             {"NaN rate", aiffForm({iffChunk("COMM", aiffCommBody(nan)), kSsnd}), ""},
             {"AIFF-C COMM", aiffForm({iffChunk("COMM", aifcComm), kSsnd}, "AIFC"), ""},
@@ -94,7 +89,7 @@ TEST(AiffTag, CommRules) {
 
 TEST(AiffTag, OverflowsAndID3Chunks) {
     // A writer counted the pad byte of an odd (27-byte) tag in the chunk size.
-    const Bytes oddTag = id3v23Tag({id3v23Text("TIT2", "Titles")}, 0, kID3Experimental);
+    const Bytes oddTag = id3Tag(3, id3TextFrame(3, "TIT2", "Titles"), 0x20);
     ASSERT_EQ(oddTag.size(), 27u);
     const Bytes id3 = iffChunk("ID3 ", experimentalTag());  // 34 bytes
     const std::string multiple = "Multiple ID3 chunks";
@@ -121,26 +116,14 @@ TEST(AiffTag, OverflowsAndID3Chunks) {
                        concat({ByteBuilder().str("ID3 ").be32(27).take(),
                                Bytes(oddTag.begin(), oddTag.end() - 1)})}),
              line(70, "Container", "Chunk overflows (recoverable): size=27, next offset=105, file size=104")},
-            // At the end: the first is read, each repeat draws a type-1 line.
-            {"three at the end", aiffForm({kComm, kSsnd, id3, id3, id3}),
-             line(78, "Tag", kExperimental) + line(104, "Container", multiple) +
-                 line(138, "Container", multiple) + line(172, "Container", multiple)},
             // Followed by another chunk: fatal at the end of the walk.
             {"two before SSND", aiffForm({kComm, id3, id3, kSsnd}),
              line(46, "Tag", kExperimental) + line(72, "Container", multiple) + line(138, "Fatal", multiple)},
-            // Separated: the second COMM after the second tag is never reached.
-            {"separated", aiffForm({kComm, id3, kSsnd, id3, kComm}),
-             line(46, "Tag", kExperimental) + line(104, "Fatal", multiple)},
-            // No tag in the chunk: nothing from the reader, but the sizes differ.
-            {"no tag", aiffForm({kComm, kSsnd, iffChunk("ID3 ", Bytes(16))}),
-             line(70, "Container", "ID3 contained size does not reflect chunk size")},
             {"chunk larger than tag",
              aiffForm({kComm, kSsnd, iffChunk("ID3 ", concat({experimentalTag(), Bytes(4)}))}),
              line(78, "Tag", kExperimental) +
                  line(70, "Container", "ID3 contained size does not reflect chunk size")},
             {"clean tag", aiffForm({kComm, kSsnd, iffChunk("ID3 ", cleanTag())}), ""},
-            // Only the upper-case identifier is known.
-            {"lower-case id3", aiffForm({kComm, kSsnd, iffChunk("id3 ", Bytes(16))}), ""},
             // A tag the reader refuses with a message stops the walk (no second-COMM line).
             {"refused tag", aiffForm({kComm, kSsnd, iffChunk("ID3 ", badVersionTag()), kComm}),
              line(78, "Framing", "Invalid ID3 version 2.5.0")},

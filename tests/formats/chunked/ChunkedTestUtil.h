@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cinttypes>
-#include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -14,16 +12,8 @@
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/ID3Builder.h"
 #include "tests/fixtures/LogCases.h"
-#include "tests/fixtures/SimpleID3Tag.h"
 
 namespace sondrel::fixtures::chunkedtest {
-
-// One problem line exactly as the log prints it.
-inline std::string line(uint64_t offset, const char* category, const std::string& message) {
-    char head[32];
-    std::snprintf(head, sizeof head, "    %012" PRIu64 "  ", offset);
-    return head + std::string(category) + ": " + message + "\n";
-}
 
 // The size finding of WAV ("RIFF"/"RF64" kind), AIFF and DSDIFF (no kind).
 inline std::string sizeLine(uint64_t declared, uint64_t adjusted, const std::string& kind = "") {
@@ -56,7 +46,7 @@ inline Bytes badVersionTag() {
 }
 // A 26-byte tag (even) that the reader announces by its experimental flag.
 inline Bytes experimentalTag() {
-    return chunked::id3v23Tag({chunked::id3v23Text("TIT2", "Title")}, 0, chunked::kID3Experimental);
+    return id3Tag(3, id3TextFrame(3, "TIT2", "Title"), 0x20);
 }
 inline const std::string kExperimental = "Experimental bit is set in the tag header";
 

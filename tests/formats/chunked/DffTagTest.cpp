@@ -22,27 +22,20 @@ const Bytes kDstProps = dffStandardProps("DST ");  // its sound chunk is at 114
 
 TEST(DffTag, StructureAndFixedStart) {
     const Bytes clean = dffFile({kProps, dffDsdChunk()});
-    const Bytes twoLonger = concat({clean, Bytes(2)});
     expectLogs(
         "x.dff",
         {
             {"DSD", clean, ""},
             {"DST", dffFile({kDstProps, dffDstChunk(3)}), ""},
             {"comment and tag",
-             dffFile({kProps, dffDsdChunk(), iff64Chunk("COMT", ByteBuilder().be16(0)),
-                      iff64Chunk("ID3 ", cleanTag())}),
-             ""},
-            {"DSD, 4096 bytes, tagged", dffFile({kProps, dffDsdChunk(4096), iff64Chunk("ID3 ", cleanTag())}),
-             ""},
+             dffFile({kProps, dffDsdChunk(), iff64Chunk("COMT", {}), iff64Chunk("ID3 ", cleanTag())}), ""},
             {"DST, 6 channels, tagged",
              dffFile({dffStandardProps("DST ", 6), dffDstChunk(10), iff64Chunk("ID3 ", cleanTag())}), ""},
             // An odd chunk at the very end without its pad byte.
             {"odd last", dffFile({kProps, iff64Chunk("DSD ", ByteBuilder().fill(65, 0x69), false)}), ""},
             // One trailing byte is tolerated; the size is checked before the form.
             {"one trailing byte", concat({clean, Bytes(1)}), ""},
-            {"two trailing bytes", twoLonger, sizeLine(182, 184)},
-            {"size then form", patched(twoLonger, {{15, 'F', 1}}),
-             sizeLine(182, 184) + line(0, "Fatal", "Invalid DFF signature")},
+            {"two trailing bytes", concat({clean, Bytes(2)}), sizeLine(182, 184)},
             {"too short", ByteBuilder().str("FRM8").zeros(120).take(),
              line(0, "Fatal", "Insufficient data to contain a valid DFF file")},
             {"no FVER", patched(clean, {{19, 'X', 1}}), line(0, "Fatal", "Missing FVER chunk")},
@@ -61,12 +54,7 @@ TEST(DffTag, Properties) {
         "x.dff",
         {
             // Missing properties are reported in order.
-            {"no FS", dffFile({dffPropChunk({chnl, cmpr}), sound}), line(44, "Fatal", "Missing FS property")},
             {"only CMPR", dffFile({dffPropChunk({cmpr}), sound}), line(44, "Fatal", "Missing FS property")},
-            {"no CHNL", dffFile({dffPropChunk({fs, cmpr}), sound}),
-             line(44, "Fatal", "Missing CHNL property")},
-            {"no CMPR", dffFile({dffPropChunk({fs, chnl}), sound}),
-             line(44, "Fatal", "Missing CMPR property")},
             {"too short for one", dffFile({iff64Chunk("PROP", ByteBuilder().str("SND ").zeros(8)), sound}),
              line(44, "Fatal", "Missing FS property")},
             // Each property only once.
@@ -87,7 +75,6 @@ TEST(DffTag, Properties) {
 }
 
 TEST(DffTag, SoundAndID3Chunks) {
-    const Bytes comt = iff64Chunk("COMT", ByteBuilder().zeros(20));
     // An ID3 property alone is read: its tag starts 12 bytes after the property header at 118.
     const Bytes propWithID3 = dffPropChunk(
         {dffFsProperty(), dffChnlProperty(), dffCmprProperty(), iff64Chunk("ID3 ", badVersionTag())});
@@ -96,24 +83,8 @@ TEST(DffTag, SoundAndID3Chunks) {
     expectLogs(
         "x.dff",
         {
-            {"DST in DSD file", dffFile({kProps, dffDstChunk()}),
-             line(118, "Fatal", "Sound chunk does not match compression type")},
-            {"DSD in DST file", dffFile({kDstProps, dffDsdChunk()}),
-             line(114, "Fatal", "Sound chunk does not match compression type")},
-            {"two DSD", dffFile({kProps, dffDsdChunk(), dffDsdChunk()}),
-             line(194, "Fatal", "File contains more than one sound chunk")},
             {"two DST", dffFile({kDstProps, dffDstChunk(), dffDstChunk()}),
              line(114 + dffDstChunk().size(), "Fatal", "File contains more than one sound chunk")},
-            // A DST chunk opens with frame information.
-            {"DST too small", dffFile({kDstProps, iff64Chunk("DST ", ByteBuilder().zeros(16)), comt}),
-             line(114, "Fatal", "DST chunk too small")},
-            {"no FRTE",
-             dffFile({kDstProps, iff64Chunk("DST ", iff64Chunk("DSTF", ByteBuilder().zeros(10))), comt}),
-             line(126, "Fatal", "Missing DST-FRTE chunk")},
-            // An odd 17-byte chunk at the end rounds to 18 but cannot give 18 bytes.
-            {"odd DST at end",
-             dffFile({kDstProps, comt, iff64Chunk("DST ", ByteBuilder().str("FRTE").zeros(13), false)}),
-             line(114 + comt.size() + 12, "File", "Read error")},
             {"overflow", dffFile({kProps, ByteBuilder().str("DSD ").be64(1000).zeros(20).take()}),
              line(118, "Fatal", "Chunk overflows. size=1000, next offset=1130, file size=150")},
             {"ID3 first", dffFile({kProps, iff64Chunk("ID3 ", cleanTag()), dffDsdChunk()}),

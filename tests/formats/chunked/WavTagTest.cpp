@@ -54,8 +54,6 @@ TEST(WavTag, HeaderSizeAndWalk) {
             {"odd last without pad", wavFile({kFmt, riffChunk("data", ByteBuilder().fill(3, 1), false)}), ""},
             // Identifier bytes 32 and 126 are printable; unknown chunks are skipped.
             {"printable id", wavFile({kFmt, riffChunk(" ~ab", {}), dataChunk(2)}), ""},
-            // A zero-size first data chunk lets a second pass, but not a third.
-            {"empty data then data", wavFile({kFmt, dataChunk(0), dataChunk(4)}), ""},
             {"two data", wavFile({kFmt, dataChunk(4), dataChunk(4)}),
              line(48, "Fatal", "The file contains more than one data chunk")},
             {"fmt too small", wavFile({riffChunk("fmt ", ByteBuilder().zeros(14)), dataChunk(4)}),
@@ -105,10 +103,6 @@ TEST(WavTag, RecoveryAndID3Chunks) {
             {"garbled after data", delAfterData, line(48, "Framing", "Invalid chunk header")},
             {"garbled, then size", concat({delAfterData, Bytes(2)}),
              line(48, "Framing", "Invalid chunk header") + sizeLine(52, 54, "RIFF")},
-            // Only the last ID3 chunk is read.
-            {"bad then clean", wavFile({kFmt, dataChunk(4), badID3, riffChunk("ID3 ", cleanTag())}), ""},
-            {"clean then bad", wavFile({kFmt, dataChunk(4), riffChunk("ID3 ", cleanTag()), badID3}),
-             line(48 + riffChunk("ID3 ", cleanTag()).size() + 8, "Framing", "Invalid ID3 version 2.5.0")},
             // A last chunk without a tag still counts as read: the earlier,
             // broken tag is not read either.
             {"bad then none", wavFile({kFmt, dataChunk(4), badID3, riffChunk("id3 ", noTag)}), ""},
@@ -124,26 +118,19 @@ TEST(WavTag, RF64) {
         "x.wav",
         {
             {"clean", good, ""},
-            // The overflow test and the dump use the data size from ds64.
-            {"ds64 size overflows", rf64File({kFmt, bigData}, 5000000000), line(72, "Framing", kRecovered)},
+            // The dump uses the data size from ds64.
             {"ds64 size, no fmt", rf64File({bigData}, 5000000000),
              line(48, "Fatal",
                   "Unrecoverable chunk error:\n\n0000000048 5000000000 5000000056 0000000072  "
                   "0x64 0x61 0x74 0x61 -fmt")},
             // Only an all-ones header size is replaced by the ds64 size.
-            {"wrong ds64 size", patched(good, {{20, 180, 4}}), sizeLine(180, 88, "RF64")},
             {"plain header size", patched(good, {{4, 88, 4}}), ""},
-            {"wrong header size", patched(good, {{4, 1000, 4}}), sizeLine(1000, 88, "RF64")},
             // ds64 must come first, and only data may be extended.
             {"no ds64", noDs64, line(12, "File", "Missing ds64 chunk for WAV-RF64 file")},
             {"extended fmt", rf64File({rawRiffChunk("fmt ", 0xFFFFFFFF, ByteBuilder().zeros(16))}, 0),
              line(48, "File", "WAV-RF64 file only extended 'data' chunks can be processed")},
             {"second ds64", rf64File({kFmt, ds64Chunk(0, 0), dataChunk(4)}, 0),
              line(72, "Framing", "More than one ds64 chunk")},
-            // The 16 size bytes are read even from a shorter ds64 chunk.
-            {"short ds64",
-             ByteBuilder().str("RF64").le32(20).str("WAVE").bytes(riffChunk("ds64", Bytes(8))).take(),
-             line(12, "File", "Read error")},
             // In a plain RIFF file ds64 is reported and the walk goes on.
             {"ds64 in RIFF", wavFile({ds64Chunk(0, 0), kFmt, dataChunk(4)}),
              line(12, "Fatal", "Invalid ds64 chunk data")},

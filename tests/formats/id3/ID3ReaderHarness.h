@@ -1,21 +1,16 @@
 #pragma once
 // Reads an ID3v2 tag held in memory the way the audio checkers do (header,
 // then the frame walk) and gives back the problem lines and the record.
-#include <fmt/format.h>
-
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "core/FieldTable.h"
 #include "core/FileHandle.h"
-#include "core/LogWriter.h"
 #include "core/Settings.h"
 #include "core/Tag.h"
 #include "formats/id3/ID3Base.h"
-#include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/LogCases.h"
 
 namespace sondrel::testing {
 
@@ -25,7 +20,6 @@ class TagReader : public ID3Base {
     explicit TagReader(Tag& tag) : ID3Base(tag) {}
 
     // Reads the tag at `offset` (through its footer when `footer`), then walks it.
-    // False when the tag was given up after a logged problem.
     bool read(FileHandle& handle, uint64_t size, uint64_t offset, bool footer) {
         fileHandle = &handle;
         fileSize = size;
@@ -53,24 +47,8 @@ struct ReadResult {
     const TagItem* item(int64_t index) const { return tag->item(index); }
 };
 
-// One problem line as the log prints it.
-inline std::string line(uint64_t offset, std::string_view category, std::string_view message) {
-    return fmt::format("    {:012}  {}: {}\n", offset, category, message);
-}
 inline std::string framing(uint64_t offset, std::string_view message) {
-    return line(offset, "Framing", message);
-}
-
-inline Bytes readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-inline std::string problemLines(const Tag& tag) {
-    std::string out;
-    if (tag.errors())
-        for (const LogError& e : *tag.errors()) out += formatProblemLine(e) + "\n";
-    return out;
+    return fixtures::line(offset, "Framing", message);
 }
 
 inline ReadResult readTag(const Bytes& file, uint64_t offset = 0, bool footer = false) {
@@ -80,7 +58,7 @@ inline ReadResult readTag(const Bytes& file, uint64_t offset = 0, bool footer = 
     r.reader = std::make_unique<TagReader>(*r.tag);
     auto handle = FileHandle::fromMemory(file);
     r.reader->read(*handle, file.size(), offset, footer);
-    r.log = problemLines(*r.tag);
+    r.log = fixtures::problemLines(*r.tag);
     return r;
 }
 

@@ -105,6 +105,10 @@ TEST(MP3FrameScan, FollowsFramesAndEndsOnFailedReads) {
     // Layer I counts 4-byte slots, padding adds one.
     MpegSpec l1{.layer = 1, .bitrate = 32, .samplerate = 48000, .padding = true};
     EXPECT_EQ(scan(mpegFrames(l1, 7), 4096).result.frames, 7u);
+    // MPEG-2 Layer I has a bitrate table of its own (144 kbit/s is in no other).
+    EXPECT_EQ(scan(mpegFrames({.version = 2, .layer = 1, .bitrate = 144, .samplerate = 24000}, 7), 4096)
+                  .result.bitrateSum,
+              7u * 144);
     // 10 CBR frames: 128 kbit/s each, 417 bytes = 26.06 ms each.
     ScanRun cbr = scan(mpegFrames(kCBR, 10), 4096);
     EXPECT_EQ(cbr.result.frames, 10u);
