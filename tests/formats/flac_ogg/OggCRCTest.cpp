@@ -25,21 +25,14 @@ TEST(OggCRC, FastFormsEqualReference) {
         const uint8_t* p = buffer.data() + align;
         // Every length around the folding's 64- and 16-byte steps, then
         // random ones up to 4096.
-        for (size_t length = 0; length < 300; ++length) {
-            uint32_t seed = rng();
-            ASSERT_EQ(oggcrc::update(seed, p, length), oggcrc::updateBytewise(seed, p, length))
-                << "alignment " << align << ", length " << length;
-        }
-        for (int round = 0; round < 64; ++round) {
-            size_t length = rng() % 4097;
-            uint32_t seed = rng();
+        for (size_t round = 0; round < 364; ++round) {
+            const size_t length = round < 300 ? round : rng() % 4097;
+            const uint32_t seed = rng();
             const uint32_t reference = oggcrc::updateBytewise(seed, p, length);
             ASSERT_EQ(oggcrc::update(seed, p, length), reference)
                 << "alignment " << align << ", length " << length;
             ASSERT_EQ(oggcrc::updateSliced(seed, p, length), reference) << length;
         }
-        for (size_t length : {4095u, 4096u, 65025u, 65307u, 70000u})
-            ASSERT_EQ(oggcrc::update(0, p, length), oggcrc::updateBytewise(0, p, length)) << length;
     }
     // Fed in uneven pieces, as a page is (header, lacing values, body).
     for (int round = 0; round < 200; ++round) {
