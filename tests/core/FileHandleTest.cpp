@@ -47,10 +47,6 @@ TEST_P(FileHandleBoth, ReadsOnlyWholeRanges) {
     ASSERT_TRUE(end);
     EXPECT_TRUE(end->empty());
     EXPECT_FALSE(h->readToEndFromOffset(101));
-    ASSERT_TRUE(h->seekToOffset(98));
-    EXPECT_FALSE(h->readDataSize(3));
-    ASSERT_TRUE(h->seekToOffset(97));
-    EXPECT_TRUE(h->readDataSize(3));
 }
 
 TEST_P(FileHandleBoth, MarkerSearchOverlapsBlocksAndStopsAtShortReads) {
@@ -91,15 +87,13 @@ TEST(FileHandleOpen, RefusesWhatIsNotARegularFileWithoutBlocking) {
     EXPECT_EQ(err, "No such file or directory");
 }
 
-// A file cut shorter while it is mapped: the lost pages read as zeros and
-// the view says so, where the processor would otherwise end the program.
+// A file cut shorter while mapped reads as zeros past the cut, and the view says so.
 TEST(FileHandleOpen, MappedViewSurvivesTheFileBeingCutShorter) {
     fixtures::TempDir dir;
     const Bytes data = numbered(3 * 4096 + 10);
     const std::string path = dir.write("f.ogg", data);
     std::string err;
     auto h = FileHandle::openForReading(path, err);
-    ASSERT_TRUE(h);
     const ByteSpan view = h->mapWhole();
     ASSERT_TRUE(std::equal(view.begin(), view.end(), data.begin(), data.end()));
     ASSERT_EQ(::truncate(path.c_str(), 4096), 0);
