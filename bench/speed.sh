@@ -4,7 +4,8 @@
 #   1. Ogg page walk with CRC, one job, against ogginfo on the same files;
 #   2. the whole library, one job, against cat of every file, and with all
 #      processors (the speed-up);
-#   3. start-up: --version, and one 300-byte FLAC per process, against
+#   3. start-up: --version, and one 300-byte FLAC per process (the log
+#      written to a file, and to standard output as mp3val reports), against
 #      mp3val on a small MP3 (the shape of a tool run once per file);
 #   4. what must not regress: MP3 frames against mp3val on files without a
 #      Xing header (every frame followed), the 20,000-file tree (files per
@@ -60,6 +61,7 @@ rm "$work/src.wav"
 cp "$work"/ogg/* "$work/lib/"
 count=$(ls "$work/lib" | wc -l)
 bytes=$(cat "$work"/lib/* | wc -c)
+echo "load average at the start: $(cut -d' ' -f1-3 /proc/loadavg)"
 echo "library: $count files, $((bytes / 1000000)) MB ($files per format, $seconds s each; MP3 VBR and CBR, FLAC, Vorbis, Opus, AAC, WavPack, WAV)"
 cat "$work"/lib/* > /dev/null
 
@@ -80,7 +82,8 @@ for name, r in runs.items():
     print(f"  {name:<34} {r['mean'] * 1000:9.2f} ms ± {r['stddev'] * 1000:6.2f}  (cpu {(r['user'] + r['system']) * 1000:8.2f} ms)")
 for pair in sys.argv[2:]:
     a, b = pair.split("/")
-    print(f"  {a} / {b}: {runs[a]['mean'] / runs[b]['mean']:.2f}x")
+    cpu = lambda r: r["user"] + r["system"]
+    print(f"  {a} / {b}: {runs[a]['mean'] / runs[b]['mean']:.2f}x by wall time, {cpu(runs[a]) / cpu(runs[b]):.2f}x by CPU time")
 PY
 }
 sondrel() {  # the command line for a run of sondrel with the given arguments
@@ -99,16 +102,21 @@ report "$work/lib.json" "sondrel -j 1/cat" "sondrel -j 1/sondrel -j $jobs"
 echo "  peak memory, one job: $(($(sed -n 's/.*Maximum resident set size (kbytes): //p' "$work/rss") / 1024)) MB; problems logged: $(($(wc -l < "$work/lib.txt") - 1)) lines"
 
 echo "3. Start-up, one process per file"
-sox -n -r 8000 -c 1 -b 16 "$work/tiny.wav" synth 0.01 sine 440
+sox -n -r 8000 -c 1 -b 16 "$work/tiny.wav" synth 0.025 sine 440
 flac -s --no-padding -o "$work/one/small.flac" "$work/tiny.wav"
 lame --quiet -b 32 "$work/tiny.wav" "$work/one/small.mp3"
 echo "  small FLAC: $(stat -c %s "$work/one/small.flac") bytes, small MP3: $(stat -c %s "$work/one/small.mp3") bytes"
 hyperfine -N --style none --warmup 20 --min-runs 200 --export-json "$work/one.json" \
     -n "sondrel --version" "$bin --version" \
     -n "sondrel one FLAC" "$bin --quiet --log $work/one.txt $work/one/small.flac" \
+    -n "sondrel one FLAC, log on stdout" "$bin --quiet --log - $work/one/small.flac" \
     -n "mp3val one MP3" "mp3val $work/one/small.mp3" > /dev/null
-report "$work/one.json" "sondrel one FLAC/mp3val one MP3"
+report "$work/one.json" "sondrel one FLAC/mp3val one MP3" "sondrel one FLAC, log on stdout/mp3val one MP3"
 echo "  shared libraries loaded at start: $(ldd "$bin" | wc -l)"
+decoders=$(dirname "$bin")/../lib/sondrel/sondrel_decoders.so
+if [ -f "$decoders" ]; then
+    echo "  verification libraries (loaded on first use): $(ldd "$decoders" | wc -l), missing: $(ldd "$decoders" | grep -c 'not found' || true)"
+fi
 
 echo "4. Regressions"
 # One large CBR file without a Xing header, made by joining whole encoded
@@ -128,3 +136,4 @@ done
 if [ "$tree" -gt 0 ] && [ -x "$(dirname "$bin")/../samples/sondrel_samples" ]; then
     FILES=$tree bash bench/scan_tree.sh "$(dirname "$bin")/.." | sed 's/^/  tree: /'
 fi
+echo "load average at the end: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -8,18 +8,14 @@
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cinttypes>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "cli/CliStatus.h"
@@ -51,10 +47,16 @@ namespace {
 // usual value.
 enum Exit { kClean = 0, kProblems = 1, kCannotRun = 2, kCancelled = 130, kReaderGone = 141 };
 
+// A signal cancels the scan straight from the handler: cancelling only
+// stores to a lock-free atomic flag, which a handler may do. A signal that
+// comes before the scan exists is kept and handed on when it starts.
 std::atomic<bool> gEarlyCancel{false};
+std::atomic<WorkThread*> gScan{nullptr};
+static_assert(std::atomic<WorkThread*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 void onSignal(int) {
     gEarlyCancel.store(true);
+    if (WorkThread* scan = gScan.load()) scan->cancel();
 }
 
 void installSignalHandlers() {
@@ -403,24 +405,12 @@ int main(int argc, char** argv) {
     scan.setResultCache(store.get());
     if (shard) scan.setShard(*shard);
 
-    // Forward a signal to the scan: it finishes the files it has begun, logs
-    // them, and stops. The watcher looks every 20 ms and is woken at once
-    // when the scan ends, so that a short run does not wait out its pause.
-    std::mutex watcherLock;
-    std::condition_variable watcherWake;
-    bool finished = false;
-    std::thread watcher([&] {
-        std::unique_lock lock(watcherLock);
-        while (!watcherWake.wait_for(lock, std::chrono::milliseconds(20), [&] { return finished; }))
-            if (gEarlyCancel.load()) scan.cancel();
-    });
+    // A signal cancels the scan: it finishes the files it has begun, logs
+    // them, and stops.
+    gScan.store(&scan);
+    if (gEarlyCancel.load()) scan.cancel();
     bool cancelled = scan.main();
-    {
-        std::lock_guard lock(watcherLock);
-        finished = true;
-    }
-    watcherWake.notify_one();
-    watcher.join();
+    gScan.store(nullptr);
     store.reset();
     unreadable += scan.unreadable();
     int rc = kClean;

@@ -1,12 +1,16 @@
 #include "core/FileHandle.h"
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <string_view>
 
 namespace sondrel {
@@ -21,6 +25,79 @@ std::string describeNonRegular(mode_t mode) {
     if (S_ISSOCK(mode)) return "The item is a socket, not a regular file";
     if (S_ISCHR(mode) || S_ISBLK(mode)) return "The item is a device, not a regular file";
     return "The item is not a regular file";
+}
+
+// The guard of mapped views. Each live view has a slot holding its address
+// range; the SIGBUS handler looks the faulting address up there. When it lies
+// in a view (the file was cut shorter while mapped), the pages from there to
+// the end of the view are replaced by zeros, the slot is marked lost and the
+// faulting read is repeated, now reading zeros. Any other SIGBUS goes to the
+// handler that was there before, or ends the program as it would have. The
+// handler touches only lock-free atomics and calls mmap, a plain system call.
+struct ViewSlot {
+    std::atomic<bool> used{false};
+    std::atomic<uintptr_t> begin{0}, end{0};
+    std::atomic<bool> lost{false};
+};
+constexpr int kViewSlots = 64;
+ViewSlot gViewSlots[kViewSlots];
+uintptr_t gPageSize = 4096;
+struct sigaction gPreviousBusHandler {};
+
+void onBusError(int sig, siginfo_t* info, void* context) {
+    const uintptr_t address = uintptr_t(info->si_addr);
+    for (ViewSlot& slot : gViewSlots) {
+        const uintptr_t begin = slot.begin.load();
+        const uintptr_t end = slot.end.load();
+        if (begin == 0 || address < begin || address >= end) continue;
+        const uintptr_t page = address & ~(gPageSize - 1);
+        void* zeros = ::mmap(reinterpret_cast<void*>(page), end - page, PROT_READ,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+        if (zeros == MAP_FAILED) break;
+        slot.lost.store(true);
+        return;
+    }
+    if ((gPreviousBusHandler.sa_flags & SA_SIGINFO) && gPreviousBusHandler.sa_sigaction) {
+        gPreviousBusHandler.sa_sigaction(sig, info, context);
+    } else if (gPreviousBusHandler.sa_handler != SIG_DFL && gPreviousBusHandler.sa_handler != SIG_IGN) {
+        gPreviousBusHandler.sa_handler(sig);
+    } else {
+        // Returning repeats the fault, which now ends the program as usual.
+        ::signal(sig, SIG_DFL);
+    }
+}
+
+bool installBusGuard() {
+    static std::once_flag once;
+    static bool installed = false;
+    std::call_once(once, [] {
+        const long page = ::sysconf(_SC_PAGESIZE);
+        if (page > 0) gPageSize = uintptr_t(page);
+        struct sigaction sa {};
+        sa.sa_sigaction = onBusError;
+        sa.sa_flags = SA_SIGINFO;
+        sigemptyset(&sa.sa_mask);
+        installed = ::sigaction(SIGBUS, &sa, &gPreviousBusHandler) == 0;
+    });
+    return installed;
+}
+
+int claimViewSlot(const void* view, uint64_t mappedLength) {
+    for (int i = 0; i < kViewSlots; ++i) {
+        bool expected = false;
+        if (!gViewSlots[i].used.compare_exchange_strong(expected, true)) continue;
+        gViewSlots[i].lost.store(false);
+        gViewSlots[i].end.store(uintptr_t(view) + mappedLength);
+        gViewSlots[i].begin.store(uintptr_t(view));
+        return i;
+    }
+    return -1;
+}
+
+void freeViewSlot(int i) {
+    gViewSlots[i].begin.store(0);
+    gViewSlots[i].end.store(0);
+    gViewSlots[i].used.store(false);
 }
 
 }  // namespace
@@ -91,7 +168,61 @@ std::unique_ptr<FileHandle> FileHandle::fromMemory(Bytes contents) {
 }
 
 FileHandle::~FileHandle() {
+    unmap();
     if (ownsFd_ && fd_ >= 0) ::close(fd_);
+}
+
+ByteSpan FileHandle::mapWhole() {
+    if (isMemory_) return ByteSpan(memory_);
+    if (view_) return ByteSpan(view_, size_t(viewSize_));
+    if (fd_ < 0 || !readAhead_) return {};
+    const uint64_t size = length();
+    if (size == 0 || size > uint64_t(SIZE_MAX / 2) || !installBusGuard()) return {};
+    void* view = ::mmap(nullptr, size_t(size), PROT_READ, MAP_PRIVATE, fd_, 0);
+    if (view == MAP_FAILED) return {};
+    const uint64_t mapped = (size + gPageSize - 1) & ~uint64_t(gPageSize - 1);
+    const int slot = claimViewSlot(view, mapped);
+    if (slot < 0) {
+        ::munmap(view, size_t(size));
+        return {};
+    }
+    ::madvise(view, size_t(size), MADV_SEQUENTIAL);
+    view_ = static_cast<const uint8_t*>(view);
+    viewSize_ = size;
+    viewSlot_ = slot;
+    viewReleased_ = 0;
+    return ByteSpan(view_, size_t(viewSize_));
+}
+
+bool FileHandle::viewLost() const {
+    return viewSlot_ >= 0 && gViewSlots[viewSlot_].lost.load(std::memory_order_relaxed);
+}
+
+void FileHandle::moveViewWindow(uint64_t offset, uint64_t ahead) {
+    if (!view_ || offset >= viewSize_) return;
+    const uint64_t end = offset & ~uint64_t(gPageSize - 1);
+    if (end > viewReleased_) {
+        ::madvise(const_cast<uint8_t*>(view_) + viewReleased_, size_t(end - viewReleased_), MADV_DONTNEED);
+        viewReleased_ = end;
+    }
+#ifdef MADV_POPULATE_READ
+    // Fails harmlessly on kernels without it (and on pages cut off the file).
+    ::madvise(const_cast<uint8_t*>(view_) + end, size_t(std::min(ahead, viewSize_ - end)),
+              MADV_POPULATE_READ);
+#else
+    (void)ahead;
+#endif
+}
+
+void FileHandle::unmap() {
+    if (!view_) return;
+    // The slot is given up first: the view is this thread's alone, so no
+    // fault on it can come between.
+    freeViewSlot(viewSlot_);
+    ::munmap(const_cast<uint8_t*>(view_), size_t(viewSize_));
+    view_ = nullptr;
+    viewSize_ = 0;
+    viewSlot_ = -1;
 }
 
 uint64_t FileHandle::length() const {
@@ -242,6 +373,7 @@ bool FileHandle::synchronize() {
 
 bool FileHandle::closeTheFile() {
     if (isMemory_) return true;
+    unmap();
     if (fd_ < 0) return false;
     int rc = ownsFd_ ? ::close(fd_) : 0;
     fd_ = -1;

@@ -55,6 +55,24 @@ class FileHandle {
     bool synchronize();
     bool closeTheFile();
 
+    // The whole file as one read-only view mapped into memory, so that a walk
+    // over every byte costs no copy into a buffer; memory handles hand out
+    // their buffer. Empty when the file is empty or cannot be mapped: the
+    // caller then reads. The view covers the length the file had when it was
+    // mapped and lives until the handle is closed.
+    //
+    // A file cut shorter while it is mapped must not end the program (the
+    // processor would raise SIGBUS on the lost pages): a guard maps zeros in
+    // their place and marks the view lost. A caller checks viewLost() after
+    // using bytes of the view and treats a lost view as a failed read there.
+    ByteSpan mapWhole();
+    bool viewLost() const;
+    // A walk through the view has reached `offset`: the pages before it leave
+    // the resident set (they stay in the page cache and map again if
+    // touched), and the next `ahead` bytes are mapped in one call rather
+    // than one fault at a time.
+    void moveViewWindow(uint64_t offset, uint64_t ahead);
+
     // First offset in [start, stop) at which `marker` lies wholly before stop,
     // searched in 10240-byte blocks that overlap by marker length - 1; a block
     // whose read comes back short ends the search. kNotFound when absent.
@@ -79,6 +97,11 @@ class FileHandle {
     bool readAhead_ = false;
     Bytes cache_;
     uint64_t cacheAt_ = 0;
+    void unmap();
+    const uint8_t* view_ = nullptr;
+    uint64_t viewSize_ = 0;
+    uint64_t viewReleased_ = 0;
+    int viewSlot_ = -1;  // the guard's record of the mapping
 };
 
 }  // namespace sondrel

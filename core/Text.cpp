@@ -91,10 +91,15 @@ bool isAscii(std::string_view s) {
     return std::all_of(s.begin(), s.end(), [](char c) { return static_cast<uint8_t>(c) < 0x80; });
 }
 
+// Folding ASCII text is lowering its capitals.
+char lowerAscii(char c) {
+    return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
+}
+
 std::string fold(std::string_view s) {
     if (isAscii(s)) {
         std::string out(s);
-        for (char& c : out) c = char(std::tolower(static_cast<unsigned char>(c)));
+        for (char& c : out) c = lowerAscii(c);
         return out;
     }
     std::string out;
@@ -226,7 +231,16 @@ std::string trimWhitespace(std::string_view utf8) {
 }
 
 int compareCaseInsensitive(std::string_view a, std::string_view b) {
-    int c = fold(a).compare(fold(b));
+    int c = 0;
+    if (isAscii(a) && isAscii(b)) {
+        // Sorting a folder compares names many times over: ASCII names are
+        // compared as folded without building folded copies.
+        const size_t n = std::min(a.size(), b.size());
+        for (size_t i = 0; i < n && c == 0; ++i) c = lowerAscii(a[i]) - lowerAscii(b[i]);
+        if (c == 0) c = a.size() < b.size() ? -1 : (a.size() > b.size() ? 1 : 0);
+    } else {
+        c = fold(a).compare(fold(b));
+    }
     if (c == 0) c = a.compare(b);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
@@ -239,9 +253,7 @@ bool endsWithCaseInsensitive(std::string_view s, std::string_view suffix) {
     if (isAscii(suffix) && isAscii(s.substr(s.size() >= suffix.size() ? s.size() - suffix.size() : 0))) {
         if (s.size() < suffix.size()) return false;
         for (size_t k = 0; k < suffix.size(); ++k)
-            if (std::tolower(static_cast<unsigned char>(s[s.size() - suffix.size() + k])) !=
-                std::tolower(static_cast<unsigned char>(suffix[k])))
-                return false;
+            if (lowerAscii(s[s.size() - suffix.size() + k]) != lowerAscii(suffix[k])) return false;
         return true;
     }
     std::string fs = fold(s), fx = fold(suffix);

@@ -316,8 +316,10 @@ void WorkThread::goParallel(const std::vector<std::string>& paths) {
         }
     };
 
+    // The calling thread is one of the workers rather than waiting for them.
     std::vector<std::thread> threads;
-    for (unsigned i = 0; i < jobs_; ++i) threads.emplace_back(worker);
+    for (unsigned i = 1; i < jobs_; ++i) threads.emplace_back(worker);
+    worker();
     for (auto& t : threads) t.join();
 }
 

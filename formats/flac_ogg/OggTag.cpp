@@ -78,26 +78,45 @@ OggTag::OggTag(const std::string& path, Tag& tag) : FlacTag(path, tag, NoCheck{}
     closeFile();
 }
 
-// Pages are read from the file in large blocks rather than one read per
-// header and per body. A page that straddles the end of a block is moved to
-// the front of the buffer and the block is filled up behind it; a page is at
-// most 27 + 255 + 255 * 255 bytes, far less than a block, so one refill
-// always makes the whole page available when the file holds it.
+// The pages are walked in a view of the whole file mapped into memory, so
+// that no byte is copied before the CRC reads it. Where the file cannot be
+// mapped, pages are read in large blocks instead: a page that straddles the
+// end of a block is moved to the front of the buffer and the block is filled
+// up behind it; a page is at most 27 + 255 + 255 * 255 bytes, far less than a
+// block, so one refill always makes the whole page available when the file
+// holds it.
 class OggTag::PageBlocks {
   public:
     static constexpr size_t kBlockSize = 1024 * 1024;
+    // The mapped view is walked in windows of this size: each is mapped in
+    // one call, and let go from the resident set once walked, so that a
+    // large file does not count in the program's memory.
+    static constexpr uint64_t kWindowStep = 4 * 1024 * 1024;
 
-    // A file smaller than a block gets a buffer of its own size. The buffer
-    // is not zeroed: only bytes read into it are ever looked at.
-    PageBlocks(FileHandle& file, uint64_t fileSize)
-        : file_(file),
-          fileSize_(fileSize),
-          size_(size_t(std::min<uint64_t>(kBlockSize, fileSize))),
-          buffer_(new uint8_t[size_]) {}
+    // A file of one block or less is read in one go: mapping it would cost
+    // more than the copy. A file smaller than a block gets a buffer of its
+    // own size. The buffer is not zeroed: only bytes read into it are ever
+    // looked at.
+    PageBlocks(FileHandle& file, uint64_t fileSize) : file_(file), fileSize_(fileSize) {
+        if (fileSize > kBlockSize) view_ = file.mapWhole();
+        if (!view_.empty()) file.moveViewWindow(0, kWindowStep + kBlockSize);
+        if (view_.empty()) {
+            size_ = size_t(std::min<uint64_t>(kBlockSize, fileSize));
+            buffer_.reset(new uint8_t[size_]);
+        }
+    }
 
     // The `length` bytes at file offset `offset`, or null when the file
     // does not hold them or they cannot be read.
     const uint8_t* bytesAt(uint64_t offset, size_t length) {
+        if (!view_.empty()) {
+            if (!fits(fileSize_, offset, length) || !fits(view_.size(), offset, length)) return nullptr;
+            if (offset - windowAt_ > kWindowStep) {
+                file_.moveViewWindow(offset, kWindowStep + kBlockSize);
+                windowAt_ = offset;
+            }
+            return view_.data() + offset;
+        }
         if (offset >= start_ && offset - start_ <= filled_ && length <= filled_ - (offset - start_))
             return buffer_.get() + (offset - start_);
         if (!fits(fileSize_, offset, length) || length > size_) return nullptr;
@@ -114,10 +133,23 @@ class OggTag::PageBlocks {
         return buffer_.get();
     }
 
+    // True when the file was cut shorter under the mapped view: the bytes
+    // handed out since may be zeros in place of the lost ones. The guard
+    // sees whole lost memory pages only; the tail of the page the file now
+    // ends in reads as zeros without a fault. So before a problem is
+    // reported for `length` bytes at `offset`, lostAt() also asks whether
+    // the file still holds them.
+    bool lost() const { return !view_.empty() && file_.viewLost(); }
+    bool lostAt(uint64_t offset, uint64_t length) const {
+        return lost() || (!view_.empty() && !fits(file_.length(), offset, length));
+    }
+
   private:
     FileHandle& file_;
     uint64_t fileSize_;
-    size_t size_;
+    ByteSpan view_;
+    uint64_t windowAt_ = 0;
+    size_t size_ = 0;
     std::unique_ptr<uint8_t[]> buffer_;
     uint64_t start_ = 0;
     size_t filled_ = 0;
@@ -135,12 +167,16 @@ void OggTag::readPages() {
             break;
         }
         const uint8_t* header = blocks.bytesAt(pos, OGGPage::kHeaderSize);
-        if (header == nullptr) {
+        if (header == nullptr || blocks.lost()) {
             theTag->logError(kFatal, pos, kPageHeaderError);
             return;
         }
         if (std::memcmp(header, "OggS", 4) != 0) {
             if (afterEnd) break;  // data after the end of the stream is tolerated
+            if (blocks.lostAt(pos, OGGPage::kHeaderSize)) {
+                theTag->logError(kFatal, pos, kPageHeaderError);
+                return;
+            }
             theTag->logError(kFatal, pos, kInvalidPageMarker);
             return;
         }
@@ -182,6 +218,12 @@ void OggTag::readPages() {
         uint32_t crc = oggcrc::update(0, page, kCRCField);
         crc = oggcrc::update(crc, kZeros, sizeof kZeros);
         crc = oggcrc::update(crc, page + kCRCField + 4, pageSize - kCRCField - 4);
+        // A file cut shorter during the walk reads as it would have from
+        // the disk: the page could not be read whole.
+        if (blocks.lost() || (crc != storedCRC && blocks.lostAt(pos, pageSize))) {
+            theTag->logError(kFatal, pos, kBodyReadError);
+            return;
+        }
         if (crc != storedCRC) theTag->logError(kContainer, pos, kCRCError);
 
         if (pageCount == 0) firstGP = granule;
