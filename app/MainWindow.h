@@ -42,6 +42,8 @@ class MainWindow : public WindowWithNoTitlebar {
     // The results window opened by the "Results" menu and at each Start (not owned).
     void setResultsWindow(ResultsWindow* results) { results_ = results; }
     void showResults();
+    // Shows the scan's progress now (a timer calls it while scanning).
+    void updateProgress();
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -51,7 +53,6 @@ class MainWindow : public WindowWithNoTitlebar {
     void buildMenus(QWidget* panel);
     void refresh();
     void updateLogViewerMenu();
-    void updateProgress();
 
     AppDelegate& delegate_;
     LogViewer& viewer_;

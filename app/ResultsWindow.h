@@ -5,6 +5,8 @@
 // picture of the library's health, all updated while the scan runs.
 #include <QWidget>
 
+#include <unordered_set>
+
 class QComboBox;
 class QLineEdit;
 class QPushButton;
@@ -57,6 +59,9 @@ class ResultsWindow : public QWidget {
   private:
     void refreshChoices();
     void selectionChanged();
+    // Expands again the files the user expanded: a filter change rebuilds
+    // the rows, and a file filtered out and back would come back closed.
+    void reexpand();
 
     ResultsModel& model_;
     AppPlatform& platform_;
@@ -70,6 +75,7 @@ class ResultsWindow : public QWidget {
     QPushButton* showInFolder_;
     QPushButton* copyPath_;
     SummaryChart* chart_;
+    std::unordered_set<int> expanded_;  // file rows of the model
 };
 
 }  // namespace sondrel::app

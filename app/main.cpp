@@ -153,6 +153,7 @@ int main(int argc, char** argv) {
                 const auto p = delegate.progress();
                 if (!delegate.running() || p.total == 0 || p.done * 4 < p.total) return;
                 poll->stop();
+                window.updateProgress();  // the bar as current as the status line
                 if (!grab(&window, progressPng)) ++failures;
             });
             poll->start(300);
