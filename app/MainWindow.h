@@ -3,6 +3,8 @@
 // button, Start/Cancel, View Log and Reset, the status line and the menus,
 // on a borderless rounded panel. It shows the controller's state and passes
 // every action to it.
+#include <QElapsedTimer>
+
 #include "app/WindowWithNoTitlebar.h"
 
 class QAction;
@@ -70,6 +72,7 @@ class MainWindow : public WindowWithNoTitlebar {
     QProgressBar* progress_;
     QLabel* current_;
     QTimer* progressTimer_;
+    QElapsedTimer progressShown_;
     ResultsWindow* results_ = nullptr;
     bool wasRunning_ = false;
     QMenu* logViewerMenu_ = nullptr;

@@ -50,6 +50,7 @@ class ResultsWindow : public QWidget {
     QComboBox* codeBox() const { return code_; }
     QComboBox* formatBox() const { return format_; }
     QTextBrowser* explanation() const { return explanation_; }
+    SummaryChart* chart() const { return chart_; }
 
     // The selected file's path ("" when nothing is selected).
     QString selectedPath() const;
