@@ -18,6 +18,8 @@
 #include "core/PathPredicates.h"
 #include "core/Text.h"
 #include "printers/TextPrinter.h"
+#include "store/ResultStore.h"
+#include "verify/Verify.h"
 
 namespace sondrel::app {
 
@@ -279,6 +281,21 @@ void AppDelegate::startScan() {
     // The log is the same for any number of jobs; use every processor.
     const unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     scan_ = std::make_unique<WorkThread>(selection_, settings_, *log_, std::move(callbacks), jobs);
+    // The result cache, opened as the command line opens it. One that cannot
+    // be used is named once and the scan goes on without it. The decoders'
+    // versions shape only verified results, and asking loads the decoders.
+    const bool verifies = settings_.stringFromKey("Verify") != "off" && settings_.boolFromKey(kCacheKey);
+    std::string cacheFile = Settings::expandTilde(settings_.stringFromKey(kCacheFileKey));
+    if (!cacheFile.empty()) cacheFile = fullPathIfResolvable(cacheFile).value_or(cacheFile);
+    cache_ = ResultStore::forScan(
+        settings_, cacheFile, -1, ResultStore::thisProgram(),
+        verifies ? verify::libraryVersions() : std::string(),
+        [this](const std::string& path, const std::string& reason) {
+            const std::string text = fmt::format("{}: {}", text::escapePath(path), reason);
+            QMetaObject::invokeMethod(
+                this, [this, text] { displayAlert(kCacheAlertTitle, text, false); }, Qt::QueuedConnection);
+        });
+    scan_->setResultCache(cache_.get());
     scanThread_ = std::thread([scan = scan_.get()] { scan->main(); });
 }
 
@@ -286,6 +303,7 @@ void AppDelegate::reapScan() {
     if (scanThread_.joinable()) scanThread_.join();
     tap_ = nullptr;
     scan_.reset();
+    cache_.reset();
     log_.reset();
 }
 
@@ -338,7 +356,10 @@ void AppDelegate::alertFromScan(const Alert& alert) {
 AppDelegate::Progress AppDelegate::progress() const {
     Progress p;
     if (!scan_) return p;
-    p.done = scan_->progress();
+    // The bar counts files logged; the status line counts files begun, so
+    // both are shown, each named.
+    p.begun = scan_->progress();
+    p.done = log_ ? std::min(log_->filesHandled(), p.begun) : 0;
     p.total = total_.load();
     const double seconds = double(scanClock_.elapsed()) / 1000.0;
     if (seconds > 0.5 && p.done) {
@@ -352,7 +373,8 @@ AppDelegate::Progress AppDelegate::progress() const {
 
 std::string AppDelegate::progressText(const Progress& p) {
     if (p.total == 0) return "Counting files\u2026";
-    std::string text = fmt::format("{} of {} files", p.done, p.total);
+    std::string text = fmt::format("{} of {} files logged", p.done, p.total);
+    if (p.begun > p.done) text += fmt::format(" \u00b7 {} begun", p.begun);
     if (p.rate > 0) text += fmt::format(" \u00b7 {:.0f} files/s", p.rate);
     if (p.secondsLeft >= 0) {
         const auto s = uint64_t(p.secondsLeft + 0.5);

@@ -23,6 +23,10 @@
 #include "core/Settings.h"
 #include "core/WorkThread.h"
 
+namespace sondrel {
+class ResultCache;
+}
+
 namespace sondrel::app {
 
 class AppDelegate : public QObject {
@@ -51,6 +55,11 @@ class AppDelegate : public QObject {
     static constexpr const char* kReadErrorTitle = "Read Eror";  // spelled so
     static constexpr const char* kReadErrorText = "Error reading the log file";
     static constexpr const char* kActivityReason = "Lengthy process";
+    static constexpr const char* kCacheAlertTitle = "Result Cache";
+    // The result cache (shared with the command line's --cache) and its
+    // file, the desktop's own ("" for the default place).
+    static constexpr const char* kCacheKey = "Cache";
+    static constexpr const char* kCacheFileKey = "CacheFile";
 
     // Help pages shipped beside the program.
     static constexpr const char* kMainHelpPage = "SondrelHelp";
@@ -93,18 +102,21 @@ class AppDelegate : public QObject {
     // The files with problems of the current (or last) scan, fed as it runs.
     ResultsModel& results() { return results_; }
 
-    // Where a running scan stands: files done of the total (0 until the
-    // walk has counted them), the rate in files per second, the seconds left
-    // (negative while unknown) and the folder or file at hand.
+    // Where a running scan stands: files logged of the total (0 until the
+    // walk has counted them), files begun (the count the status line's
+    // "Analyzing file N of TOTAL" shows: analysis runs ahead of the log),
+    // the rate in files per second, the seconds left (negative while
+    // unknown) and the folder or file at hand.
     struct Progress {
         uint64_t done = 0;
+        uint64_t begun = 0;
         uint64_t total = 0;
         double rate = 0;
         double secondsLeft = -1;
         std::string current;
     };
     Progress progress() const;
-    // "1,234 of 14,745 files · 312 files/s · 0:42 left"
+    // "1234 of 14745 files logged · 1290 begun · 312 files/s · 0:42 left"
     static std::string progressText(const Progress& p);
 
     // The options store shared with the command line; every change is saved at once.
@@ -206,6 +218,7 @@ class AppDelegate : public QObject {
     std::string currentFolder_;  // GUI thread
 
     std::unique_ptr<LogWriter> log_;
+    std::unique_ptr<ResultCache> cache_;  // written out when the scan is reaped
     std::unique_ptr<WorkThread> scan_;
     std::thread scanThread_;
 

@@ -24,7 +24,14 @@ LogViewer::LogViewer(AppDelegate& delegate, QWidget* parent)
     setWindowTitle(kWindowTitle);
     resize(960, 560);
     textView_->setReadOnly(true);
-    textView_->setLineWrapMode(QPlainTextEdit::NoWrap);
+    // Long lines wrap rather than being cut or elided. A heading is a full
+    // path and the file name comes last, so an unwrapped heading hides the
+    // name past the right edge; eliding the middle would show the name but
+    // hide folders from view while Find and copying still see them, and the
+    // viewer is meant to show the log's own text. Wrapping keeps every byte
+    // on screen; a path without spaces breaks anywhere.
+    textView_->setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    textView_->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     textView_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     setFixedFont();
 

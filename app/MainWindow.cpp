@@ -190,6 +190,10 @@ void MainWindow::refresh() {
             progressTimer_->stop();
         }
     }
+    // The bar follows the status line as it changes, not only on its timer:
+    // a busy event loop can hold the timer back for seconds, and the two
+    // would show counts far apart.
+    if (wasRunning_ && (!progressShown_.isValid() || progressShown_.elapsed() >= 100)) updateProgress();
     // Shortcuts work with the menu closed, so its enabling follows the state too.
     if (logViewerMenu_) updateLogViewerMenu();
 }
@@ -201,6 +205,7 @@ void MainWindow::showResults() {
 }
 
 void MainWindow::updateProgress() {
+    progressShown_.start();
     const auto p = delegate_.progress();
     // The bar counts in thousandths so that any total fits its int range.
     if (p.total) {

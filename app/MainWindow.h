@@ -3,6 +3,8 @@
 // button, Start/Cancel, View Log and Reset, the status line and the menus,
 // on a borderless rounded panel. It shows the controller's state and passes
 // every action to it.
+#include <QElapsedTimer>
+
 #include "app/WindowWithNoTitlebar.h"
 
 class QAction;
@@ -42,6 +44,8 @@ class MainWindow : public WindowWithNoTitlebar {
     // The results window opened by the "Results" menu and at each Start (not owned).
     void setResultsWindow(ResultsWindow* results) { results_ = results; }
     void showResults();
+    // Shows the scan's progress now (a timer calls it while scanning).
+    void updateProgress();
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -51,7 +55,6 @@ class MainWindow : public WindowWithNoTitlebar {
     void buildMenus(QWidget* panel);
     void refresh();
     void updateLogViewerMenu();
-    void updateProgress();
 
     AppDelegate& delegate_;
     LogViewer& viewer_;
@@ -69,6 +72,7 @@ class MainWindow : public WindowWithNoTitlebar {
     QProgressBar* progress_;
     QLabel* current_;
     QTimer* progressTimer_;
+    QElapsedTimer progressShown_;
     ResultsWindow* results_ = nullptr;
     bool wasRunning_ = false;
     QMenu* logViewerMenu_ = nullptr;

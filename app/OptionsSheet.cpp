@@ -13,6 +13,7 @@
 #include "app/AppDelegate.h"
 #include "app/LogViewerState.h"
 #include "codes/ProblemCodes.h"
+#include "store/ResultStore.h"
 
 namespace sondrel::app {
 
@@ -81,6 +82,23 @@ OptionsSheet::OptionsSheet(AppDelegate& delegate, QWidget* parent) : QDialog(par
         ignore->setToolTip(ok ? QString(kIgnoreCodesKey) : QString::fromStdString(reason));
         if (ok) delegate_.storeString(kIgnoreCodesKey, text.toStdString());
     });
+    // The result cache: a file analysed before and unchanged since is not
+    // read again, its earlier result is logged. The command line's --cache
+    // reads the same switch; the file's place is the desktop's own.
+    auto* cache = new QCheckBox("Keep results of unchanged files (result cache)", this);
+    cache->setObjectName(AppDelegate::kCacheKey);
+    cache->setToolTip(AppDelegate::kCacheKey);
+    auto* cacheFile = new QLineEdit(this);
+    cacheFile->setObjectName(AppDelegate::kCacheFileKey);
+    cacheFile->setToolTip(AppDelegate::kCacheFileKey);
+    cacheFile->setPlaceholderText(QString::fromStdString(ResultStore::defaultPath()));
+    connect(cache, &QCheckBox::toggled, this, [this, cacheFile](bool on) {
+        delegate_.storeBool(AppDelegate::kCacheKey, on);
+        cacheFile->setEnabled(on);
+    });
+    connect(cacheFile, &QLineEdit::textChanged, this, [this](const QString& text) {
+        delegate_.storeString(AppDelegate::kCacheFileKey, text.trimmed().toStdString());
+    });
     auto* size = new QSpinBox(this);
     size->setObjectName(LogViewerState::kFontSizeKey);
     size->setRange(LogViewerState::kSmallestFontSize, 72);
@@ -90,6 +108,8 @@ OptionsSheet::OptionsSheet(AppDelegate& delegate, QWidget* parent) : QDialog(par
     form->addRow("Verify the audio:", verify);
     form->addRow("Log problems:", minSeverity);
     form->addRow("Ignore codes:", ignore);
+    form->addRow(cache);
+    form->addRow("Cache file:", cacheFile);
     form->addRow("Log viewer font size:", size);
     layout->addLayout(form);
 
@@ -119,6 +139,13 @@ void OptionsSheet::load() {
     auto* ignore = findChild<QLineEdit*>(kIgnoreCodesKey);
     QSignalBlocker blockIgnore(ignore);
     ignore->setText(QString::fromStdString(delegate_.settings().stringFromKey(kIgnoreCodesKey)));
+    auto* cache = findChild<QCheckBox*>(AppDelegate::kCacheKey);
+    auto* cacheFile = findChild<QLineEdit*>(AppDelegate::kCacheFileKey);
+    QSignalBlocker blockCache(cache), blockCacheFile(cacheFile);
+    cache->setChecked(delegate_.settings().boolFromKey(AppDelegate::kCacheKey));
+    cacheFile->setEnabled(cache->isChecked());
+    cacheFile->setText(
+        QString::fromStdString(delegate_.settings().stringFromKey(AppDelegate::kCacheFileKey)));
     auto* size = findChild<QSpinBox*>(LogViewerState::kFontSizeKey);
     QSignalBlocker block(size);
     size->setValue(int(delegate_.settings().intFromKey(LogViewerState::kFontSizeKey)));

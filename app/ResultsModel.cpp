@@ -69,6 +69,7 @@ void ResultsModel::clear() {
     files_ = {};
     problems_ = {};
     text_ = {};
+    keys_ = {};
     formats_.clear();
     summary_ = {};
     summary_.problemsByCode.assign(codes::problemCodes().size(), 0);
@@ -82,6 +83,17 @@ uint32_t ResultsModel::store(std::string_view s) {
     const auto at = uint32_t(text_.size());
     text_.append(s);
     return at;
+}
+
+std::string ResultsModel::foldedKey(std::string_view utf8) {
+    std::string key(utf8);
+    bool ascii = true;
+    for (char& c : key) {
+        ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+        c = lower(c);
+    }
+    if (ascii) return key;
+    return fromUtf8(utf8).toCaseFolded().toStdString();
 }
 
 uint8_t ResultsModel::formatIndex(std::string_view path) {
@@ -106,6 +118,20 @@ void ResultsModel::take(const PostedFile& f) {
     row.nameAt =
         row.pathAt + uint32_t(slash == std::string::npos ? 0 : std::min(slash + 1, size_t(row.pathLen)));
     row.format = formatIndex(f.path);
+    // Folded apart, so that the name's key starts where the folder's ends
+    // even when folding changes a length.
+    const std::string_view p = path(row);
+    const std::string folder = foldedKey(p.substr(0, row.nameAt - row.pathAt));
+    const std::string name = foldedKey(p.substr(row.nameAt - row.pathAt));
+    if (folder.size() + name.size() <= std::numeric_limits<uint32_t>::max() - keys_.size()) {
+        row.keyAt = uint32_t(keys_.size());
+        row.keyNameAt = row.keyAt + uint32_t(folder.size());
+        row.keyLen = uint32_t(folder.size() + name.size());
+        keys_ += folder;
+        keys_ += name;
+    } else {
+        row.keyAt = row.keyNameAt = uint32_t(keys_.size());
+    }
     row.firstProblem = uint32_t(problems_.size());
     row.problemCount = uint32_t(f.problems.size());
     for (const auto& p : f.problems) {
@@ -139,7 +165,8 @@ int ResultsModel::codeOf(const QModelIndex& index) const {
 }
 
 size_t ResultsModel::bytesHeld() const {
-    return files_.capacity() * sizeof(FileRow) + problems_.capacity() * sizeof(ProblemRow) + text_.capacity();
+    return files_.capacity() * sizeof(FileRow) + problems_.capacity() * sizeof(ProblemRow) +
+           text_.capacity() + keys_.capacity();
 }
 
 QModelIndex ResultsModel::index(int row, int column, const QModelIndex& parent) const {
@@ -296,21 +323,55 @@ bool lessNoCase(std::string_view a, std::string_view b) {
 
 }  // namespace
 
+namespace {
+
+struct Keyed {
+    uint64_t prefix;  // 8 bytes of the key from the current depth, big-endian
+    uint32_t file;
+    bool more;  // the key goes on past those 8 bytes
+};
+
+// Sorts files by key, 8 bytes at a time: the entries are sorted by the
+// bytes at `depth`, and each run that ties is sorted again by the next 8.
+// A key is read once per level rather than once per comparison, which keeps
+// a sort of 200,000 scattered keys from waiting on memory.
+template <class KeyOf>
+void sortByKey(std::vector<Keyed>& v, size_t lo, size_t hi, size_t depth, const KeyOf& keyOf) {
+    for (size_t i = lo; i < hi; ++i) {
+        const std::string_view k = keyOf(v[i].file);
+        uint64_t prefix = 0;
+        for (size_t j = 0; j < 8; ++j)
+            prefix = prefix << 8 | (depth + j < k.size() ? static_cast<unsigned char>(k[depth + j]) : 0u);
+        v[i].prefix = prefix;
+        v[i].more = k.size() > depth + 8;
+    }
+    std::sort(v.begin() + ptrdiff_t(lo), v.begin() + ptrdiff_t(hi), [](const Keyed& a, const Keyed& b) {
+        return a.prefix != b.prefix ? a.prefix < b.prefix : a.file < b.file;
+    });
+    for (size_t run = lo; run < hi;) {
+        size_t end = run + 1;
+        bool more = v[run].more;
+        for (; end < hi && v[end].prefix == v[run].prefix; ++end) more = more || v[end].more;
+        if (end - run > 1 && more) sortByKey(v, run, end, depth + 8, keyOf);
+        run = end;
+    }
+}
+
+}  // namespace
+
 const std::vector<uint32_t>& ResultsFilter::rank(int column) const {
     auto& r = column == ResultsModel::kName ? nameRank_ : folderRank_;
-    if (r.size() == model_.fileCount()) return r;
-    auto key = [&](uint32_t i) {
+    const size_t files = model_.fileCount();
+    if (files - r.size() <= std::max<size_t>(r.size() / 16, 1024)) return r;
+    auto keyOf = [&](uint32_t i) {
         const auto& f = model_.file(i);
-        const std::string_view p = model_.path(f);
-        const size_t n = f.nameAt - f.pathAt;
-        return column == ResultsModel::kName ? p.substr(n) : p.substr(0, n);
+        return column == ResultsModel::kName ? model_.nameKey(f) : model_.folderKey(f);
     };
-    std::vector<uint32_t> order(model_.fileCount());
-    for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_sort(order.begin(), order.end(),
-                     [&](uint32_t a, uint32_t b) { return lessNoCase(key(a), key(b)); });
-    r.assign(order.size(), 0);
-    for (uint32_t i = 0; i < order.size(); ++i) r[order[i]] = i;
+    std::vector<Keyed> order(files);
+    for (uint32_t i = 0; i < files; ++i) order[i].file = i;
+    sortByKey(order, 0, files, 0, keyOf);
+    r.assign(files, 0);
+    for (uint32_t i = 0; i < files; ++i) r[order[i].file] = i;
     return r;
 }
 
@@ -323,8 +384,14 @@ bool ResultsFilter::lessThan(const QModelIndex& left, const QModelIndex& right) 
         switch (column) {
             case ResultsModel::kName:
             case ResultsModel::kFolder: {
-                const auto& r = rank(column);
-                return r[size_t(left.row())] < r[size_t(right.row())];
+                const size_t l = size_t(left.row()), r = size_t(right.row());
+                const auto& ranks = rank(column);
+                if (l < ranks.size() && r < ranks.size()) return ranks[l] < ranks[r];
+                // The same order for a file not ranked yet: key, then scan order.
+                const bool name = column == ResultsModel::kName;
+                const auto ka = name ? model_.nameKey(a) : model_.folderKey(a);
+                const auto kb = name ? model_.nameKey(b) : model_.folderKey(b);
+                return ka != kb ? ka < kb : l < r;
             }
             case ResultsModel::kFormat:
                 return model_.formats()[a.format] < model_.formats()[b.format];

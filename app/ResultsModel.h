@@ -71,6 +71,9 @@ class ResultsModel : public QAbstractItemModel {
     // Facts of a row for the filter and the actions.
     struct FileRow {
         uint32_t pathAt = 0, pathLen = 0, nameAt = 0;  // in the text buffer
+        // The path's sort key (case-folded, see foldedKey), its name part
+        // starting at keyNameAt: the folder's key is the part before it.
+        uint32_t keyAt = 0, keyLen = 0, keyNameAt = 0;
         uint32_t firstProblem = 0, problemCount = 0;
         uint8_t format = 0;
         uint8_t worst = 0;
@@ -86,6 +89,16 @@ class ResultsModel : public QAbstractItemModel {
     std::string_view text(uint32_t at, uint32_t len) const { return {text_.data() + at, len}; }
     std::string_view path(const FileRow& f) const { return text(f.pathAt, f.pathLen); }
     std::string_view message(const ProblemRow& p) const { return text(p.messageAt, p.messageLen); }
+    std::string_view nameKey(const FileRow& f) const {
+        return {keys_.data() + f.keyNameAt, size_t(f.keyAt + f.keyLen - f.keyNameAt)};
+    }
+    std::string_view folderKey(const FileRow& f) const {
+        return {keys_.data() + f.keyAt, size_t(f.keyNameAt - f.keyAt)};
+    }
+    // A byte string that sorts as the text does without regard to case:
+    // ASCII letters lowered, other text case-folded (UTF-8 in and out).
+    // Made once per file as it arrives, so a sort compares bytes only.
+    static std::string foldedKey(std::string_view utf8);
     static codes::Severity severityOf(uint16_t code) { return codes::codeAt(code).severity; }
 
     // The file row of an index (its own for a file, its parent's for a
@@ -116,6 +129,7 @@ class ResultsModel : public QAbstractItemModel {
     std::vector<FileRow> files_;
     std::vector<ProblemRow> problems_;
     std::string text_;
+    std::string keys_;
     std::vector<std::string> formats_;
     Summary summary_;
 
@@ -141,14 +155,18 @@ class ResultsFilter : public QSortFilterProxyModel {
   protected:
     bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
     // Compares the stored values directly: a sort over 200,000 rows must not
-    // build two strings per comparison.
+    // build two strings per comparison, and names compare by the keys made
+    // as the files arrived, so files coming in while sorted by name are
+    // placed without ranking the rest again.
     bool lessThan(const QModelIndex& left, const QModelIndex& right) const override;
 
   private:
     bool problemPasses(const ResultsModel::ProblemRow& p, bool pathMatches) const;
     bool textIn(std::string_view s) const;
-    // The place of each file when sorted by name or folder, computed once
-    // per column and kept until files are added.
+    // The place of each file when sorted by name or folder key (ties in scan
+    // order). Files that arrived since it was made compare by their keys;
+    // it is made again only once they are a sixteenth of the files, so a
+    // scan feeding files while sorted never ranks everything per batch.
     const std::vector<uint32_t>& rank(int column) const;
     mutable std::vector<uint32_t> nameRank_, folderRank_;
     void changed();

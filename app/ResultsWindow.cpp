@@ -183,6 +183,17 @@ ResultsWindow::ResultsWindow(ResultsModel& model, AppPlatform& platform, QWidget
     connect(format_, &QComboBox::currentIndexChanged, this,
             [this](int i) { filter_->setFormat(format_->itemData(i).toInt()); });
     connect(&model, &ResultsModel::summaryChanged, this, &ResultsWindow::refreshChoices);
+    // The model's file rows only grow until it is cleared, so they name a
+    // file for as long as the results last.
+    connect(tree_, &QTreeView::expanded, this, [this](const QModelIndex& i) {
+        if (!i.parent().isValid()) expanded_.insert(model_.fileOf(filter_->mapToSource(i)));
+    });
+    connect(tree_, &QTreeView::collapsed, this, [this](const QModelIndex& i) {
+        if (!i.parent().isValid()) expanded_.erase(model_.fileOf(filter_->mapToSource(i)));
+    });
+    connect(&model, &QAbstractItemModel::modelAboutToBeReset, this, [this] { expanded_.clear(); });
+    connect(filter_, &QAbstractItemModel::layoutChanged, this, &ResultsWindow::reexpand);
+    connect(filter_, &QAbstractItemModel::modelReset, this, &ResultsWindow::reexpand);
     connect(tree_->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &ResultsWindow::selectionChanged);
     connect(showInFolder_, &QPushButton::clicked, this, &ResultsWindow::showInFolder);
@@ -203,6 +214,13 @@ void ResultsWindow::refreshChoices() {
     for (int i = format_->count() - 1; i < int(formats.size()); ++i)
         format_->addItem(
             formats[size_t(i)].empty() ? QString("(none)") : QString::fromStdString(formats[size_t(i)]), i);
+}
+
+void ResultsWindow::reexpand() {
+    for (const int file : expanded_) {
+        const QModelIndex i = filter_->mapFromSource(model_.index(file, 0));
+        if (i.isValid() && !tree_->isExpanded(i)) tree_->expand(i);
+    }
 }
 
 QString ResultsWindow::selectedPath() const {

@@ -5,6 +5,8 @@
 // picture of the library's health, all updated while the scan runs.
 #include <QWidget>
 
+#include <unordered_set>
+
 class QComboBox;
 class QLineEdit;
 class QPushButton;
@@ -48,6 +50,7 @@ class ResultsWindow : public QWidget {
     QComboBox* codeBox() const { return code_; }
     QComboBox* formatBox() const { return format_; }
     QTextBrowser* explanation() const { return explanation_; }
+    SummaryChart* chart() const { return chart_; }
 
     // The selected file's path ("" when nothing is selected).
     QString selectedPath() const;
@@ -57,6 +60,9 @@ class ResultsWindow : public QWidget {
   private:
     void refreshChoices();
     void selectionChanged();
+    // Expands again the files the user expanded: a filter change rebuilds
+    // the rows, and a file filtered out and back would come back closed.
+    void reexpand();
 
     ResultsModel& model_;
     AppPlatform& platform_;
@@ -70,6 +76,7 @@ class ResultsWindow : public QWidget {
     QPushButton* showInFolder_;
     QPushButton* copyPath_;
     SummaryChart* chart_;
+    std::unordered_set<int> expanded_;  // file rows of the model
 };
 
 }  // namespace sondrel::app

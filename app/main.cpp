@@ -7,6 +7,7 @@
 //   --grab-progress PNG   the main window while the scan runs
 //   --grab-results PNG    the results window when the scan has ended
 //   --grab-damage PNG     the results window filtered to damage
+//   --grab-summary PNG    the summary picture alone, when the scan has ended
 // Any of these also skips the first-use note.
 #include <QApplication>
 #include <QComboBox>
@@ -73,12 +74,15 @@ int main(int argc, char** argv) {
     QCommandLineOption grabResults("grab-results", "Save a picture of the results window after the scan.",
                                    "PNG");
     QCommandLineOption grabDamage("grab-damage", "Save a picture of the results filtered to damage.", "PNG");
-    parser.addOptions({logOption, startOption, grabMain, grabLog, grabProgress, grabResults, grabDamage});
+    QCommandLineOption grabSummary("grab-summary", "Save the summary picture after the scan.", "PNG");
+    parser.addOptions(
+        {logOption, startOption, grabMain, grabLog, grabProgress, grabResults, grabDamage, grabSummary});
     parser.addPositionalArgument("paths", "Folders and audio files, taken as a drop on the target.",
                                  "[PATH...]");
     parser.process(application);
     const bool automated = parser.isSet(logOption) || parser.isSet(startOption) || parser.isSet(grabMain) ||
-                           parser.isSet(grabLog) || parser.isSet(grabResults) || parser.isSet(grabDamage);
+                           parser.isSet(grabLog) || parser.isSet(grabResults) || parser.isSet(grabDamage) ||
+                           parser.isSet(grabSummary);
 
     sondrel::verify::install();
     QtPlatform platform;
@@ -117,7 +121,9 @@ int main(int argc, char** argv) {
     // The results window is drawn into its picture, so nothing over it shows.
     auto grabResultsWindow = [&] {
         const QString all = parser.value(grabResults), damage = parser.value(grabDamage);
+        const QString summary = parser.value(grabSummary);
         if (!all.isEmpty() && !results.grab().save(all, "PNG")) ++failures;
+        if (!summary.isEmpty() && !results.chart()->grab().save(summary, "PNG")) ++failures;
         if (damage.isEmpty()) return;
         results.severityBox()->setCurrentIndex(int(sondrel::codes::Severity::Damage));
         results.tree()->expandAll();
@@ -145,17 +151,19 @@ int main(int argc, char** argv) {
             grabMainThenViewer(true);
         });
         QTimer::singleShot(0, &application, [&] { delegate.startCancelHit(); });
-        // Mid-scan: once the files are counted and some are done.
+        // Mid-scan, once the files are counted and a quarter is logged; taken
+        // as the status line changes, so that it and the bar show one moment.
         const QString progressPng = parser.value(grabProgress);
         if (!progressPng.isEmpty()) {
-            auto poll = new QTimer(&application);
-            QObject::connect(poll, &QTimer::timeout, &application, [&, poll, progressPng] {
+            auto taken = std::make_shared<bool>(false);
+            QObject::connect(&delegate, &AppDelegate::stateChanged, &application, [&, taken, progressPng] {
                 const auto p = delegate.progress();
-                if (!delegate.running() || p.total == 0 || p.done * 4 < p.total) return;
-                poll->stop();
+                if (*taken || !delegate.running() || p.total == 0 || p.done * 4 < p.total) return;
+                *taken = true;
+                window.updateProgress();
+                window.repaint();
                 if (!grab(&window, progressPng)) ++failures;
             });
-            poll->start(300);
         }
     } else if (grabbing) {
         grabMainThenViewer(false);

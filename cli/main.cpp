@@ -396,8 +396,7 @@ int main(int argc, char** argv) {
     auto store = ResultStore::forScan(
         settings,
         o.cacheFile.empty() ? std::string() : fullPathIfResolvable(o.cacheFile).value_or(o.cacheFile),
-        o.recheckDays, fmt::format("{} {} (Build {})", build::kName, build::kVersion, build::kBuild),
-        verifies ? verify::libraryVersions() : std::string(),
+        o.recheckDays, ResultStore::thisProgram(), verifies ? verify::libraryVersions() : std::string(),
         [&](const std::string& path, const std::string& reason) {
             status.clear();
             complain(path, reason);

@@ -153,6 +153,7 @@ bool LogWriter::writeHeading(const std::string& path, const std::string& modDate
 }
 
 bool LogWriter::writeToLog(const std::string& path, const FileResult& result, bool logAllFiles) {
+    ++filesHandled_;
     // The problems the filter keeps, and the worst severity among them.
     std::vector<const LogError*> kept;
     if (result.errors) {

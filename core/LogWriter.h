@@ -75,6 +75,9 @@ class LogWriter {
 
     uint64_t errorTotal() const { return errorTotal_.load(); }
     void resetErrorTotal();
+    // Files handed to writeToLog so far, written or with nothing to write:
+    // the files a progress display can call done.
+    uint64_t filesHandled() const { return filesHandled_.load(); }
     // Which problems are written (and counted); set before a scan. What it
     // removes is neither logged nor counted, and a file left without
     // problems gets no heading.
@@ -96,6 +99,7 @@ class LogWriter {
     std::string shownPath_;  // the log's path as messages show it
     std::unique_ptr<FileHandle> handle_;
     std::atomic<uint64_t> errorTotal_{0};
+    std::atomic<uint64_t> filesHandled_{0};
     codes::Filter filter_;
     mutable std::mutex tallyMutex_;
     LogTally tally_;

@@ -279,6 +279,10 @@ std::string ResultStore::fingerprint(const Settings& settings, std::string_view 
     return out;
 }
 
+std::string ResultStore::thisProgram() {
+    return fmt::format("{} {} (Build {})", build::kName, build::kVersion, build::kBuild);
+}
+
 std::unique_ptr<ResultStore> ResultStore::forScan(
     const Settings& settings, std::string path, double recheckDays, std::string_view program,
     std::string_view libraries, std::function<void(const std::string&, const std::string&)> warn) {

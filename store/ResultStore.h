@@ -64,6 +64,8 @@ class ResultStore final : public ResultCache {
     // filters (applied on replay) and the desktop program's own.
     static std::string fingerprint(const Settings& settings, std::string_view program,
                                    std::string_view libraries);
+    // The running program as the fingerprint names it: name, version, build.
+    static std::string thisProgram();
     // The store a scan asks for: nullptr unless the "Cache" option is on.
     // An empty `path` means defaultPath(); `recheckDays` negative means never.
     static std::unique_ptr<ResultStore> forScan(

@@ -66,6 +66,16 @@ TEST_F(LogViewerTest, WindowShowsTheLogFromItsStartAndDropsItOnClose) {
     EXPECT_EQ(viewer.textView()->font().pointSize(), 12);
     EXPECT_EQ(viewer.textView()->verticalScrollBar()->value(), 0);
 
+    // A heading wider than the window still shows its file name, wrapped.
+    const QString heading = QString("/folder").repeated(40) + "/Long file name.flac";
+    viewer.setContents(heading + "\n    1  Tag: line\n");
+    QCoreApplication::processEvents();
+    QTextCursor end(viewer.textView()->document());
+    end.setPosition(int(heading.size()));
+    EXPECT_LE(viewer.textView()->cursorRect(end).right(), viewer.textView()->viewport()->width());
+    EXPECT_EQ(viewer.textView()->horizontalScrollBar()->maximum(), 0);
+    EXPECT_EQ(viewer.textView()->toPlainText(), heading + "\n    1  Tag: line\n");
+
     viewer.bigger();
     EXPECT_EQ(viewer.textView()->font().pointSize(), 13);
     viewer.closeWindow();

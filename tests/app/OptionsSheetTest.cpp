@@ -70,6 +70,15 @@ TEST(OptionsSheet, EveryShippedSwitchIsEditableAndStored) {
     EXPECT_EQ(Settings::load(config.path()).stringFromKey("IgnoreCodes"), "id3.*");
     ignore->setText("id3.*,no-such-code");
     EXPECT_EQ(Settings::load(config.path()).stringFromKey("IgnoreCodes"), "id3.*");
+    // The result cache: a switch the command line shares, and its file.
+    auto* cache = sheet.findChild<QCheckBox*>("Cache");
+    auto* cacheFile = sheet.findChild<QLineEdit*>("CacheFile");
+    ASSERT_TRUE(cache && cacheFile);
+    EXPECT_FALSE(cache->isChecked() || cacheFile->isEnabled());
+    cache->click();
+    cacheFile->setText("~/results.sqlite");
+    EXPECT_TRUE(Settings::load(config.path()).boolFromKey("Cache"));
+    EXPECT_EQ(Settings::load(config.path()).stringFromKey("CacheFile"), "~/results.sqlite");
     sheet.prefsDone();
     EXPECT_FALSE(sheet.isVisible());
 }

@@ -1,5 +1,4 @@
-// The widget side: alerts as window-modal message boxes with their check box,
-// and the file names of a drop reaching the controller.
+// The widget side: alerts as window-modal message boxes with their check box.
 #include "app/QtPlatform.h"
 
 #include <gtest/gtest.h>
@@ -8,12 +7,9 @@
 #include <QCheckBox>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QUrl>
 
 #include "app/AppDelegate.h"
-#include "app/ImageView.h"
 #include "tests/app/FakePlatform.h"
-#include "tests/fixtures/CheckHelpers.h"
 
 namespace sondrel::app {
 namespace {
@@ -52,20 +48,6 @@ TEST(QtPlatform, AlertIsAWindowModalSheetWithItsCheckBox) {
     testing::turn();
     EXPECT_EQ(code, kAlertFirstButtonReturn + 1);
     EXPECT_TRUE(suppressed);
-}
-
-TEST(ImageView, DropHandsTheLocalFileNamesToTheController) {
-    fixtures::TempDir config, data;
-    testing::FakePlatform platform;
-    AppDelegate delegate(platform, config.path(), "");
-    delegate.applicationDidFinishLaunching();
-    ImageView target(delegate);
-    // A web address is no file: the local one alone is selected.
-    EXPECT_TRUE(
-        target.dropUrls({QUrl::fromLocalFile(QString::fromStdString(data.write("a.wv", std::string("x")))),
-                         QUrl("https://example.org/b.mp3")}));
-    testing::turn();
-    EXPECT_EQ(delegate.statusText(), "1 file selected");
 }
 
 }  // namespace

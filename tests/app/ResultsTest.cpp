@@ -5,6 +5,7 @@
 
 #include <QComboBox>
 #include <QDropEvent>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QPushButton>
@@ -13,7 +14,7 @@
 #include <QUrl>
 
 #include <fstream>
-#include <sstream>
+#include <numeric>
 
 #include "app/AboutWindowController.h"
 #include "app/AppDelegate.h"
@@ -37,6 +38,12 @@ uint16_t codeOf(Severity s) {
     for (size_t i = 1; i < table.size(); ++i)
         if (table[i].severity == s) return uint16_t(i);
     return 0;
+}
+
+QPushButton* button(QWidget& w, const QString& text) {
+    for (auto* b : w.findChildren<QPushButton*>())
+        if (b->text() == text) return b;
+    return nullptr;
 }
 
 QStringList column(const QAbstractItemModel& m, int col) {
@@ -92,6 +99,14 @@ TEST(Results, FiltersBySeverityCodeFormatAndTextAsYouType) {
     EXPECT_EQ(column(filter, ResultsModel::kName), QStringList({"one.mp3"}));
     f.window.search()->clear();
     EXPECT_EQ(filter.rowCount(), 3);
+
+    // An expanded file stays expanded through filter changes, even when
+    // filtered out and back.
+    f.window.tree()->expand(filter.index(1, 0));
+    f.window.formatBox()->setCurrentIndex(f.window.formatBox()->findText("MP3"));
+    f.window.formatBox()->setCurrentIndex(0);
+    EXPECT_TRUE(f.window.tree()->isExpanded(filter.index(1, 0)));
+    EXPECT_FALSE(f.window.tree()->isExpanded(filter.index(0, 0)));
 }
 
 TEST(Results, SortsByAnyColumnAndExplainsTheSelectedCode) {
@@ -116,6 +131,25 @@ TEST(Results, SortsByAnyColumnAndExplainsTheSelectedCode) {
     EXPECT_EQ(f.window.selectedPath(), "/lib/b/two.flac");
     f.window.showInFolder();
     EXPECT_EQ(f.platform.urls, std::vector<std::string>{"file:///lib/b"});
+
+    // Names sort without regard to case, by keys ranked once enough files
+    // came (here 1,500) and compared directly for files arriving after.
+    const auto sortedNoCase = [&] {
+        const QStringList names = column(filter, ResultsModel::kName);
+        return std::is_sorted(names.begin(), names.end(), [](const QString& a, const QString& b) {
+            return a.compare(b, Qt::CaseInsensitive) < 0;
+        });
+    };
+    filter.sort(ResultsModel::kName, Qt::AscendingOrder);
+    for (int i = 0; i < 1500; ++i)
+        f.model.append(
+            {QString("/m/%1 song %2.ogg").arg(i % 2 ? "Ab" : "aB").arg(i * 7919 % 1500).toStdString(),
+             {{1, codeOf(Severity::Note), "x"}}});
+    EXPECT_TRUE(sortedNoCase());
+    filter.sort(ResultsModel::kName, Qt::AscendingOrder);
+    f.model.append({"/m/AB song 750.ogg", {{1, codeOf(Severity::Note), "x"}}});
+    EXPECT_TRUE(sortedNoCase());
+    EXPECT_EQ(filter.rowCount(), 1504);
 }
 
 // A window with its controller, on a desktop that records.
@@ -135,8 +169,17 @@ struct Desktop {
     }
 };
 
+// The main window follows the controller's state and refuses to close while
+// scanning; the results of its scan agree with the log.
 TEST(Results, SummaryAgreesWithTheScansOwnCounts) {
     Desktop d;
+    const auto shown = [&](const std::string& status) {
+        for (auto* l : d.window.findChildren<QLabel*>())
+            if (l->text().toStdString() == status) return true;
+        return false;
+    };
+    EXPECT_TRUE(shown("Drag Files or Folders to the Target"));
+    EXPECT_FALSE(button(d.window, "Start")->isEnabled() || button(d.window, "Reset")->isEnabled());
     d.data.write("music/a.mp3", std::string(300, 'x'));
     d.data.write("music/B.flac", std::string("not a flac file"));
     d.data.write("music/sub/c.wav", std::string("RIFF\x10\0\0\0WAVE", 12));
@@ -144,9 +187,16 @@ TEST(Results, SummaryAgreesWithTheScansOwnCounts) {
     d.delegate.logPathSelected(logPath);
     ASSERT_TRUE(d.delegate.dropPaths({d.data.path() + "/music"}));
     testing::turn();
-    d.delegate.startCancelHit();
+    EXPECT_TRUE(shown("1 folder selected"));
+    EXPECT_TRUE(button(d.window, "Reset")->isEnabled());
+    button(d.window, "Start")->click();
     EXPECT_TRUE(d.results.isVisible());
+    ASSERT_NE(button(d.window, "Cancel"), nullptr);
+    EXPECT_FALSE(button(d.window, "View Log")->isEnabled());
+    EXPECT_FALSE(d.window.close());
     ASSERT_TRUE(testing::spinUntil([&] { return !d.delegate.running(); }));
+    EXPECT_TRUE(shown(d.delegate.statusText()));
+    EXPECT_TRUE(button(d.window, "View Log")->isEnabled());
 
     std::ifstream in(logPath);
     std::string line, text;
@@ -162,15 +212,13 @@ TEST(Results, SummaryAgreesWithTheScansOwnCounts) {
     EXPECT_EQ(d.delegate.statusText(), AppDelegate::doneStatus(3, s.problems));
     EXPECT_EQ(s.problems, problems);
     EXPECT_EQ(s.files, files);
-    uint64_t byWorst = 0, bySeverity = 0, byFormat = 0, byCode = 0;
-    for (auto n : s.filesByWorst) byWorst += n;
-    for (auto n : s.problemsBySeverity) bySeverity += n;
-    for (auto n : s.problemsByFormat) byFormat += n;
-    for (auto n : s.problemsByCode) byCode += n;
-    EXPECT_EQ(byWorst, files);
-    EXPECT_EQ(bySeverity, problems);
-    EXPECT_EQ(byFormat, problems);
-    EXPECT_EQ(byCode, problems);
+    const auto sum = [](const auto& counts) {
+        return std::accumulate(counts.begin(), counts.end(), uint64_t(0));
+    };
+    EXPECT_EQ(sum(s.filesByWorst), files);
+    EXPECT_EQ(sum(s.problemsBySeverity), problems);
+    EXPECT_EQ(sum(s.problemsByFormat), problems);
+    EXPECT_EQ(sum(s.problemsByCode), problems);
     // Every problem shown is the log's own line.
     const ResultsModel& m = d.delegate.results();
     for (size_t i = 0; i < m.fileCount(); ++i)
@@ -188,8 +236,10 @@ TEST(Results, DropEventAndAddFolderReachTheSelection) {
     d.data.write("notes.txt", std::string("x"));
 
     QMimeData mime;
+    // A web address and a file that is not audio are left out.
     mime.setUrls({QUrl::fromLocalFile(QString::fromStdString(d.data.path() + "/one")),
-                  QUrl::fromLocalFile(QString::fromStdString(d.data.path() + "/notes.txt"))});
+                  QUrl::fromLocalFile(QString::fromStdString(d.data.path() + "/notes.txt")),
+                  QUrl("https://example.org/b.mp3")});
     // As the desktop delivers a drag: it enters the target, then drops there.
     QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction | Qt::MoveAction, &mime, Qt::LeftButton,
                           Qt::NoModifier);
@@ -203,11 +253,8 @@ TEST(Results, DropEventAndAddFolderReachTheSelection) {
     EXPECT_TRUE(d.delegate.selection().files.empty());
 
     d.platform.openPanelAnswer = {d.data.path() + "/two"};
-    QPushButton* add = nullptr;
-    for (auto* b : d.window.findChildren<QPushButton*>())
-        if (b->text() == "Add Folder\u2026") add = b;
-    ASSERT_NE(add, nullptr);
-    add->click();
+    ASSERT_NE(button(d.window, "Add Folder\u2026"), nullptr);
+    button(d.window, "Add Folder\u2026")->click();
     testing::turn();
     EXPECT_EQ(d.delegate.selection().folders.size(), 2u);
     EXPECT_EQ(d.delegate.statusText(), "2 folders selected");
