@@ -510,6 +510,14 @@ def write_if_changed(path, data):
 def sync_tree(dest):
     files = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=ROOT, check=True,
                            capture_output=True, text=True, errors="replace").stdout.split("\n")
+    # Sources deleted from the tree since the last run leave the copy too
+    # (the build globs its test sources).
+    kept = set(files)
+    for dirpath, _, names in os.walk(dest):
+        for n in names:
+            rel = os.path.relpath(os.path.join(dirpath, n), dest)
+            if n.endswith(".cpp") and rel not in kept:
+                os.remove(os.path.join(dirpath, n))
     for rel in files:
         if not rel or rel.startswith("build/"):
             continue
