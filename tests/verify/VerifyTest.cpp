@@ -276,7 +276,7 @@ TEST(Verify, EachFindingDrawsItsLine) {
     const std::string frames = "is not a whole number of 4-byte sample frames";
     const std::vector<Row> rows = {
         // MPEG-4 carries no checksums: the quick tier follows the sample tables.
-        {"f.m4a", aac + " -movflags +faststart", nullptr, "quick", ""},
+        {"f.m4a", "ffmpeg -v error -i {in} -c:a aac -movflags +faststart {out}", nullptr, "quick", ""},
         {"f.m4a", "", [](Bytes& b) { b.resize(b.size() * 2 / 3); }, "quick",
          "lies beyond the end of the file"},
         {"f.m4a", "", bump("stco", 13, 1), "quick", "  Audio: MPEG-4 track 1 chunk 1"},
