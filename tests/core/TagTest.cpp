@@ -6,6 +6,8 @@
 #include "core/LogWriter.h"
 #include "core/Settings.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/ID3Builder.h"
+#include "tests/fixtures/MpegBuilder.h"
 
 namespace sondrel {
 namespace {
@@ -58,6 +60,14 @@ TEST(LogLayout, ProblemLinesPadOffsetsToTwelveDigitsAndNameCategories) {
     EXPECT_EQ(formatProblemLine({1, 0, "bad \xFF byte"}),
               "    000000000000  Container: bad \xEF\xBF\xBD byte")
         << "invalid UTF-8 is replaced, never written raw";
+}
+
+TEST(TagRecord, OwnerIsAPrivacyLineOnlyWithLogPriv) {
+    using namespace fixtures;
+    const Bytes mp3 = concat({id3v2Tag(3, id3Frame("TOWN", id3Text("me"))), mpegFrames(MpegSpec{}, 12)});
+    const std::string line = "    000000000000  Privacy: Owner information is embedded\n";
+    EXPECT_NE(problemsFor("a.mp3", mp3, {{"LogPriv", "true"}}).find(line), std::string::npos);
+    EXPECT_EQ(problemsFor("a.mp3", mp3).find(line), std::string::npos);
 }
 
 // A list field keeps its first 10000 entries; the rest draw one line.
