@@ -509,7 +509,15 @@ def write_if_changed(path, data):
 
 def sync_tree(dest):
     files = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=ROOT, check=True,
-                           capture_output=True, text=True).stdout.split("\n")
+                           capture_output=True, text=True, errors="replace").stdout.split("\n")
+    # Sources deleted from the tree since the last run leave the copy too
+    # (the build globs its test sources).
+    kept = set(files)
+    for dirpath, _, names in os.walk(dest):
+        for n in names:
+            rel = os.path.relpath(os.path.join(dirpath, n), dest)
+            if n.endswith(".cpp") and rel not in kept:
+                os.remove(os.path.join(dirpath, n))
     for rel in files:
         if not rel or rel.startswith("build/"):
             continue
@@ -559,7 +567,7 @@ def build(bindir, srcdir, log):
                        check=True, env=env, stdout=log, stderr=log)
     p = subprocess.run(["cmake", "--build", bindir, "--target", "sondrel_tests", "sondrel", "--", "-k", "0",
                         "-j", str(os.environ.get("MUTATE_BUILD_JOBS", "2"))],
-                       capture_output=True, text=True)
+                       capture_output=True, text=True, errors="replace")
     log.write(p.stdout[-20000:] + p.stderr[-20000:])
     log.flush()
     errors = collections.defaultdict(set)
@@ -576,14 +584,14 @@ def run_gtest(bindir, env, flt, timeout, fail_fast):
     """(failed test names, return code); a timeout raises."""
     p = subprocess.run([os.path.join(bindir, "tests", "sondrel_tests"), "--gtest_filter=" + flt, "--gtest_brief=1"]
                        + (["--gtest_fail_fast"] if fail_fast else []),
-                       env=env, capture_output=True, text=True, timeout=timeout, cwd=bindir)
+                       env=env, capture_output=True, text=True, errors="replace", timeout=timeout, cwd=bindir)
     return re.findall(r"^\[  FAILED  \] (\S+)", p.stdout, re.M), p.returncode
 
 
 def run_examples(bindir, env, timeout):
     run_py = os.path.join(shared_dir(), "examples", "run.py")
     p = subprocess.run([sys.executable, run_py, "--bin", os.path.join(bindir, "cli", "sondrel"), "--timeout", "10"],
-                       env=env, capture_output=True, text=True, timeout=timeout)
+                       env=env, capture_output=True, text=True, errors="replace", timeout=timeout)
     return set(re.findall(r"^FAIL (\S+)", p.stdout, re.M)) - BASELINE_EXAMPLE_FAILS
 
 

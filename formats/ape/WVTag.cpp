@@ -162,24 +162,4 @@ void WVTag::lookForSampleFramesAtEnd() {
     if (!found || sampleFrames == 0) theTag->logError(kFile, 0, kNoAudioInfo);
 }
 
-uint64_t WVTag::spanForMarker(FileHandle& handle, const uint8_t* marker, uint64_t markerLength,
-                              uint64_t startOffset, uint64_t stopOffset) {
-    if (markerLength == 0 || markerLength > kStretch) return FileHandle::kNotFound;
-    Bytes stretch;
-    uint64_t pos = startOffset;
-    uint64_t blockSize = kStretch;
-    for (;;) {
-        if (pos > stopOffset || markerLength > stopOffset - pos) return FileHandle::kNotFound;
-        if (blockSize > stopOffset - pos) {
-            blockSize = stopOffset - pos;
-            if (blockSize < markerLength) return FileHandle::kNotFound;
-        }
-        stretch.resize(blockSize);
-        if (!handle.readInto(pos, stretch.data(), blockSize)) return FileHandle::kNotFound;
-        auto hit = std::search(stretch.begin(), stretch.end(), marker, marker + markerLength);
-        if (hit != stretch.end()) return pos + uint64_t(hit - stretch.begin());
-        pos += blockSize - (markerLength - 1);
-    }
-}
-
 }  // namespace sondrel

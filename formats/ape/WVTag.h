@@ -18,13 +18,6 @@ class WVTag : public ApeTag {
     // Runs the whole check of the file at `path`, reporting into `tag`.
     WVTag(const std::string& path, Tag& tag);
 
-    // Forward search of [startOffset, stopOffset) in stretches of 10240 bytes
-    // that overlap by markerLength - 1; a stretch that would pass the stop is
-    // shortened, and one shorter than the marker ends the search. The
-    // absolute offset of the first match, or kNotFound (also when a read fails).
-    static uint64_t spanForMarker(FileHandle& handle, const uint8_t* marker, uint64_t markerLength,
-                                  uint64_t startOffset, uint64_t stopOffset);
-
   private:
     bool verifyMarker();
     void validateFile();

@@ -3,9 +3,9 @@
 // and damaging those files always draws one there.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "codes/ProblemCodes.h"
 #include "core/Settings.h"
@@ -41,15 +41,6 @@ const std::vector<Made> kEveryday = {
      std::string("ffmpeg -loglevel error -i tone.wav -i cover.jpg -map 0 -map 1 -c:a libmp3lame -c:v copy "
                  "-id3v2_version 3 -metadata:s:v comment='Cover (front)'") +
          kMeta + " ffmpeg23.mp3"},
-    {"ffmpeg24.mp3",
-     {"ffmpeg"},
-     std::string("ffmpeg -loglevel error -i tone.wav -i cover.jpg -map 0 -map 1 -c:a libmp3lame -c:v copy "
-                 "-metadata:s:v comment='Cover (front)'") +
-         kMeta + " ffmpeg24.mp3"},
-    {"mid3v2.mp3",
-     {"lame", "mid3v2"},
-     "lame --quiet -b 128 tone.wav mid3v2.mp3 && mid3v2 -t 'A Title' -a 'An Artist' -A 'An Album' -T 3/12 "
-     "-y 2021 -g Rock -c 'A comment' -p 'cover.jpg:Cover:3:image/jpeg' mid3v2.mp3 >/dev/null"},
     {"mutagen23.mp3",
      {"lame", "/usr/bin/python3"},
      "lame --quiet -b 128 tone.wav mutagen23.mp3 && /usr/bin/python3 -c \"\n"
@@ -68,11 +59,6 @@ const std::vector<Made> kEveryday = {
      "lame --quiet -b 128 tone.wav eyed3.mp3 && eyeD3 -Q -t 'A Title' -a 'An Artist' -A 'An Album' -n 3 -N "
      "12 "
      "-Y 2021 -G Rock -c 'A comment' --add-image cover.jpg:FRONT_COVER eyed3.mp3 >/dev/null"},
-    {"eyed3v23.mp3",
-     {"lame", "eyeD3"},
-     "lame --quiet -b 128 tone.wav eyed3v23.mp3 && eyeD3 -Q --to-v2.3 -t 'A Title' -a 'An Artist' "
-     "-A 'An Album' -n 3 -N 12 -Y 2021 -G Rock -c 'A comment' --add-image cover.jpg:FRONT_COVER "
-     "eyed3v23.mp3 >/dev/null"},
     {"id3v2.mp3",
      {"lame", "id3v2"},
      "lame --quiet -b 128 tone.wav id3v2.mp3 && id3v2 -t 'A Title' -a 'An Artist' -A 'An Album' -T 3/12 "
@@ -102,8 +88,6 @@ const std::vector<Made> kEveryday = {
                  "-disposition:v attached_pic") +
          kMeta + " ffmpeg.m4a"},
     {"sox.flac", {"sox"}, "sox tone.wav --comment 'TITLE=A Title' -C 5 sox.flac"},
-    {"sox.aiff", {"sox"}, "sox tone.wav sox.aiff"},
-    {"sox.wav", {"sox"}, "sox tone.wav -b 24 sox.wav"},
     {"wavpack.wv",
      {"wavpack"},
      "wavpack -q -w 'Title=A Title' -w 'Artist=An Artist' -w 'Album=An Album' -w Track=3/12 -w Year=2021 "
@@ -134,72 +118,54 @@ std::string join(const std::vector<std::string>& v) {
     return s;
 }
 
-class EverydayFiles : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        for (const char* tool : {"sox", "ffmpeg"})
-            if (!haveTool(tool)) GTEST_SKIP() << tool << " is not installed";
-        ASSERT_TRUE(run("cd '" + dir_.path() +
-                        "' && sox -n -r 44100 -c 2 -b 16 tone.wav synth 2 sine 440 sine 660 && "
-                        "ffmpeg -loglevel error -f lavfi -i color=c=red:s=64x64 -frames:v 1 cover.jpg"));
-        for (const auto& m : kEveryday) {
-            bool have = true;
-            for (const char* t : m.tools) have = have && (t[0] == '/' ? fs::exists(t) : haveTool(t));
-            if (!have) continue;
-            EXPECT_TRUE(run("cd '" + dir_.path() + "' && " + m.commands + " </dev/null")) << m.name;
-            made_.push_back(dir_.path() + "/" + m.name);
-        }
-    }
-    TempDir dir_;
-    std::vector<std::string> made_;
+// Truncations, an overrunning size in the first header, a broken marker and
+// a zeroed range: whatever a damaged copy adds at the defaults, some of it
+// is an error or damage.
+const std::pair<const char*, void (*)(std::string&)> kDamages[] = {
+    {"cut to two thirds", [](std::string& b) { b.resize(b.size() * 2 / 3); }},
+    {"cut to a tenth", [](std::string& b) { b.resize(b.size() / 10); }},
+    {"cut by 3 bytes", [](std::string& b) { b.resize(b.size() - 3); }},
+    {"size overruns", [](std::string& b) { b.replace(4, 4, "\x7f\x7f\x7f\x7f"); }},
+    {"marker broken", [](std::string& b) { b[0] = 'X'; }},
+    {"header zeroed", [](std::string& b) { b.replace(8, 64, std::string(64, '\0')); }},
+    {"middle zeroed", [](std::string& b) { b.replace(b.size() / 2, 4096, std::string(4096, '\0')); }},
 };
 
-TEST_F(EverydayFiles, DrawNoLineAtTheErrorThreshold) {
-    EXPECT_GE(made_.size(), 12u);
-    for (const auto& path : made_) {
-        Lines l = check(path);
-        EXPECT_TRUE(l.serious.empty()) << fs::path(path).filename() << join(l.serious);
-    }
-}
-
-TEST_F(EverydayFiles, DamageStillDrawsALineAtTheErrorThreshold) {
-    // Truncations, an overrunning size in the first header, a broken marker
-    // and a zeroed range: whatever a damaged copy adds at the defaults, some
-    // of it is an error or damage.
-    struct Damage {
-        const char* name;
-        void (*apply)(std::string& bytes);
-    };
-    const Damage damages[] = {
-        {"cut to two thirds", [](std::string& b) { b.resize(b.size() * 2 / 3); }},
-        {"cut to a tenth", [](std::string& b) { b.resize(b.size() / 10); }},
-        {"cut by 3 bytes", [](std::string& b) { b.resize(b.size() - 3); }},
-        {"size overruns", [](std::string& b) { b.replace(4, 4, "\x7f\x7f\x7f\x7f"); }},
-        {"marker broken", [](std::string& b) { b[0] = 'X'; }},
-        {"header zeroed", [](std::string& b) { b.replace(8, 64, std::string(64, '\0')); }},
-        {"middle zeroed", [](std::string& b) { b.replace(b.size() / 2, 4096, std::string(4096, '\0')); }},
-    };
-    for (const auto& path : made_) {
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        const std::string original = ss.str();
+TEST(EverydayFiles, DrawNoLineAtTheErrorThresholdUntilDamaged) {
+    for (const char* tool : {"sox", "ffmpeg"})
+        if (!haveTool(tool)) GTEST_SKIP() << tool << " is not installed";
+    TempDir dir;
+    ASSERT_TRUE(run("cd '" + dir.path() +
+                    "' && sox -n -r 44100 -c 2 -b 16 tone.wav synth 2 sine 440 sine 660 && "
+                    "ffmpeg -loglevel error -f lavfi -i color=c=red:s=64x64 -frames:v 1 cover.jpg"));
+    size_t made = 0;
+    for (const auto& m : kEveryday) {
+        bool have = true;
+        for (const char* t : m.tools) have = have && (t[0] == '/' ? fs::exists(t) : haveTool(t));
+        if (!have) continue;
+        if (!run("cd '" + dir.path() + "' && " + m.commands + " </dev/null")) {
+            ADD_FAILURE() << m.name << " was not made";
+            continue;
+        }
+        ++made;
+        const std::string path = dir.path() + "/" + m.name, original = readFile(path);
         const Lines before = check(path);
-        for (const auto& d : damages) {
+        EXPECT_TRUE(before.serious.empty()) << m.name << join(before.serious);
+        for (const auto& [name, apply] : kDamages) {
             std::string bytes = original;
-            d.apply(bytes);
+            apply(bytes);
             const std::string damaged = path + ".damaged" + fs::path(path).extension().string();
             std::ofstream(damaged, std::ios::binary) << bytes;
-            Lines after = check(damaged);
+            const Lines after = check(damaged);
             bool added = false;
             for (const auto& line : after.all)
                 added = added || std::find(before.all.begin(), before.all.end(), line) == before.all.end();
             if (added) {
-                EXPECT_FALSE(after.serious.empty())
-                    << fs::path(path).filename() << " " << d.name << ":" << join(after.all);
+                EXPECT_FALSE(after.serious.empty()) << m.name << " " << name << ":" << join(after.all);
             }
         }
     }
+    EXPECT_GE(made, 9u);
 }
 
 }  // namespace

@@ -6,14 +6,10 @@
 
 #include <algorithm>
 
-#include "core/MutableData.h"
-#include "tests/fixtures/ByteBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
 
 namespace sondrel {
 namespace {
-
-using fixtures::ByteBuilder;
 
 Bytes numbered(size_t n) {
     Bytes b(n);
@@ -101,25 +97,6 @@ TEST(FileHandleOpen, MappedViewSurvivesTheFileBeingCutShorter) {
     EXPECT_FALSE(h->viewLost());
     EXPECT_EQ(view[2 * 4096 + 1], 0);
     EXPECT_TRUE(h->viewLost());
-}
-
-TEST(MutableData, WritesFixedWidthsAndKeepsTheNarrow64BitSetter) {
-    Bytes d;
-    MutableData::append8bit(d, 1);
-    MutableData::append16bitBE(d, 0x0203);
-    MutableData::append32bitLE(d, 0x07060504);
-    MutableData::append64bitBE(d, 0x08090a0b0c0d0e0full);
-    EXPECT_EQ(d, (Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}));
-
-    Bytes s(8, 0xEE);
-    MutableData::set64bitBE(s, 0x0102030405060708ull, 0);
-    EXPECT_EQ(s, (Bytes{1, 2, 3, 4, 0xEE, 0xEE, 0xEE, 0xEE})) << "only the high 32 bits are written";
-    Bytes ss(4, 0);
-    MutableData::setSyncSafeLength(ss, 257, 0);
-    EXPECT_EQ(ss, (Bytes{0, 0, 2, 1}));
-    Bytes small(2, 0);
-    MutableData::set32bitBE(small, 0xFFFFFFFF, 0);
-    EXPECT_EQ(small, (Bytes{0, 0})) << "a write outside the buffer does nothing";
 }
 
 }  // namespace

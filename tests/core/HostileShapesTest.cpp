@@ -23,8 +23,6 @@
 #include "tests/fixtures/FlacBuilder.h"
 #include "tests/fixtures/HostileShapes.h"
 
-extern char** environ;
-
 namespace sondrel {
 namespace {
 
@@ -43,30 +41,17 @@ struct CliRun {
 
 CliRun runCli(const std::string& dir, const std::string& file) {
     const std::string log = dir + "/log.txt";
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) {
-        const std::string v = *e;
-        if (v.rfind("HOME=", 0) && v.rfind("XDG_CONFIG_HOME=", 0) && v.rfind("ASAN_OPTIONS=", 0))
-            env.push_back(v);
-    }
     const char* asan = std::getenv("ASAN_OPTIONS");
-    // Freed memory held back for use-after-free checks would count as growth.
-    env.push_back(std::string("ASAN_OPTIONS=") + (asan ? std::string(asan) + ":" : "") +
-                  "quarantine_size_mb=0");
-    env.push_back("HOME=" + dir);
-    env.push_back("XDG_CONFIG_HOME=" + dir);
-    std::vector<char*> envp;
-    for (auto& v : env) envp.push_back(v.data());
-    envp.push_back(nullptr);
-    std::vector<std::string> args = {SONDREL_CLI_PATH, "--quiet", "--jobs", "1", "--log", log, file};
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-
+    // The shell execs the program in its own process. Freed memory held
+    // back for use-after-free checks would count as growth.
+    const std::string cmd = "exec env HOME='" + dir + "' XDG_CONFIG_HOME='" + dir + "' ASAN_OPTIONS='" +
+                            (asan ? std::string(asan) + ":" : "") +
+                            "quarantine_size_mb=0' '" SONDREL_CLI_PATH "' --quiet --jobs 1 --log '" + log +
+                            "' '" + file + "'";
     CliRun run;
     const pid_t pid = ::fork();
     if (pid == 0) {
-        ::execve(argv[0], argv.data(), envp.data());
+        ::execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char*>(nullptr));
         ::_exit(127);
     }
     int status = 0;

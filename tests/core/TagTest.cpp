@@ -6,6 +6,8 @@
 #include "core/LogWriter.h"
 #include "core/Settings.h"
 #include "tests/fixtures/CheckHelpers.h"
+#include "tests/fixtures/ID3Builder.h"
+#include "tests/fixtures/MpegBuilder.h"
 
 namespace sondrel {
 namespace {
@@ -55,11 +57,17 @@ TEST(LogLayout, ProblemLinesPadOffsetsToTwelveDigitsAndNameCategories) {
     EXPECT_EQ(formatProblemLine({6, 1234567890123, "x"}), "    1234567890123  Rename(mp3): x");
     EXPECT_EQ(formatProblemLine({99, 0, "y"}), "    000000000000  Container: y")
         << "unknown codes print Container";
-    const char* words[] = {"File", "Container", "Framing", "Tag", "Fatal", "Privacy", "Rename(mp3)"};
-    for (uint32_t i = 0; i < 7; ++i) EXPECT_STREQ(categoryWord(i), words[i]);
     EXPECT_EQ(formatProblemLine({1, 0, "bad \xFF byte"}),
               "    000000000000  Container: bad \xEF\xBF\xBD byte")
         << "invalid UTF-8 is replaced, never written raw";
+}
+
+TEST(TagRecord, OwnerIsAPrivacyLineOnlyWithLogPriv) {
+    using namespace fixtures;
+    const Bytes mp3 = concat({id3v2Tag(3, id3Frame("TOWN", id3Text("me"))), mpegFrames(MpegSpec{}, 12)});
+    const std::string line = "    000000000000  Privacy: Owner information is embedded\n";
+    EXPECT_NE(problemsFor("a.mp3", mp3, {{"LogPriv", "true"}}).find(line), std::string::npos);
+    EXPECT_EQ(problemsFor("a.mp3", mp3).find(line), std::string::npos);
 }
 
 // A list field keeps its first 10000 entries; the rest draw one line.

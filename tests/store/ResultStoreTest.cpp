@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 
 #include "core/LogWriter.h"
 #include "core/WorkThread.h"
@@ -20,13 +19,6 @@ namespace sondrel {
 namespace {
 
 using fixtures::TempDir;
-
-std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 struct ScanResult {
     std::string log;  // without its first line
@@ -70,7 +62,7 @@ ScanResult scan(const TempDir& d, const std::string& folder, const std::string& 
         store->flush();
         r.counts = store->counts();
     }
-    const std::string all = readAll(logPath);
+    const std::string all = fixtures::readFile(logPath);
     r.log = all.substr(all.find('\n') + 1);
     return r;
 }
@@ -188,8 +180,8 @@ TEST(ResultStore, AFileThatIsNoCacheOfOursIsNamedOnceAndLeftAlone) {
         ASSERT_EQ(r.warnings.size(), 1u) << db;
         EXPECT_EQ(r.warnings[0].rfind(db + ": result cache not used: ", 0), 0u) << r.warnings[0];
     }
-    EXPECT_EQ(readAll(text), std::string(4096, 'x'));
-    EXPECT_EQ(readAll(audio), "");
+    EXPECT_EQ(fixtures::readFile(text), std::string(4096, 'x'));
+    EXPECT_EQ(fixtures::readFile(audio), "");
 }
 
 }  // namespace
