@@ -48,7 +48,7 @@ import time
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 FOLDERS = ("core", "formats")
 EQUIVALENT_FILE = os.path.join(ROOT, "scripts", "mutation-equivalent.txt")
-SLOW_TESTS = "*RealFiles*:*Corpus*:Hostile*:EverydayFiles*:Verify*:ApeFiles*:ScanCancel*:CliCancel*"
+SLOW_TESTS = "*RealFiles*:*Corpus*:Hostile*:Verify*:ApeFiles*:ScanCancel*:CliCancel*"
 CLI_TESTS = "Cli*:ImageValidator.EveryDecoderAcceptsItsOwnImages-CliCancel*"
 
 # ---------------------------------------------------------------------------

@@ -207,23 +207,6 @@ TEST(CliLogTarget, TheLogNeverReplacesAnAudioFileASelectedFileOrAForeignFile) {
     EXPECT_EQ(readFile(d.path() + "/notes.txt").rfind("Sondrel Version ", 0), 0u);
 }
 
-TEST(CliLogHeadings, EveryNameIsOneEscapedHeadingLine) {
-    TempDir d;
-    std::string expected;
-    for (const char* name :
-         {"dup\xff.mp3", "evil.mp3\n    000000000000  Fatal: forged\n\n2020-01-01T00:00:00  forged.mp3",
-          "plain é.ogg"})
-        expected += "  " + text::escapePath(d.write(std::string("n/") + name, std::string("x"))) + "\n";
-    auto r = runCli(d, "--all-files --log log.txt n");
-    ASSERT_EQ(r.status, 1) << r.err;
-    std::string headings;
-    std::istringstream log(withoutFirstLine(readFile(d.path() + "/log.txt")));
-    for (std::string line, previous; std::getline(log, line); previous = line)
-        if (previous.empty() && line.size() > 19) headings += line.substr(19) + "\n";
-    EXPECT_EQ(headings, expected);
-    EXPECT_NE(headings.find("/n/plain é.ogg\n"), std::string::npos) << "ordinary names as they are";
-}
-
 TEST(CliLogDestinations, PipesWorkAClosedPipeEndsQuietlyAndAGuessedPathIsRefused) {
     TempDir d;
     d.write("a/x.flac", std::string("x"));
