@@ -338,9 +338,18 @@ bool ResultStore::open() {
     }
     // The write-ahead log lets scans read while another writes. Where the
     // file system cannot have it, the rollback journal still works.
+    // Switching needs the file to itself for a moment; SQLite answers "busy"
+    // at once, without waiting, while another scan opening the same new cache
+    // holds it, so the switch is tried again for as long as a lock is waited for.
     {
         Statement wal(db_, "PRAGMA journal_mode=WAL");
-        const int rc = wal.get() ? sqlite3_step(wal.get()) : SQLITE_ERROR;
+        int rc = wal.get() ? sqlite3_step(wal.get()) : SQLITE_ERROR;
+        const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.busyMs);
+        while (rc == SQLITE_BUSY && std::chrono::steady_clock::now() < until) {
+            ::usleep(10000);
+            sqlite3_reset(wal.get());
+            rc = sqlite3_step(wal.get());
+        }
         if (rc != SQLITE_ROW) {
             giveUp(sqlite3_errmsg(db_));
             return false;

@@ -30,6 +30,7 @@ TEST(TextDecoding, Utf16ByteOrderMarksAndFaults) {
     EXPECT_EQ(text::decodeUTF16WithBOM(b({0xFF, 0xFE, 'h', 0, 'i', 0})), "hi");
     EXPECT_EQ(text::decodeUTF16WithBOM(b({0xFE, 0xFF, 0, 'h'})), "h");
     EXPECT_EQ(text::decodeUTF16WithBOM(b({0, 'h'})), "h") << "no mark means big-endian";
+    EXPECT_EQ(text::decodeUTF16WithBOM(b({0xFE, 0xFF})), "") << "a mark alone is an empty text";
     EXPECT_EQ(text::decodeUTF16BE(b({0xD8, 0x3D, 0xDE, 0x00})), "\xF0\x9F\x98\x80");
     EXPECT_EQ(text::decodeUTF16BE(b({0xDB, 0xFF, 0xDF, 0xFF})), "\xF4\x8F\xBF\xBF") << "U+10FFFF";
     EXPECT_FALSE(text::decodeUTF16BE(b({0, 'h', 0})));
@@ -64,6 +65,7 @@ TEST(TextOrdering, CaseInsensitiveOrderIsTotalAndIndependentOfInput) {
     EXPECT_EQ(sorted, (std::vector<std::string>{"A.flac", "a.flac", "b.MP3", "STRASSE", "Straße", "z"}));
     EXPECT_LT(text::compareCaseInsensitive("/x/a", "/x/B"), 0);
     EXPECT_LT(text::compareCaseInsensitive("/x/a/z", "/x/B"), 0);
+    for (const char* same : {"a.flac", "Straße"}) EXPECT_EQ(text::compareCaseInsensitive(same, same), 0);
 }
 
 TEST(TextPathEscape, HeadingsStayOneLineAndKeepEveryByte) {
@@ -94,6 +96,7 @@ TEST(TextPathEscape, HeadingsStayOneLineAndKeepEveryByte) {
     EXPECT_EQ(text::unescapePath("a\\x41"), "aA") << "an escape at the very end";
     EXPECT_EQ(text::unescapePath("\\u{E000}"), "\xEE\x80\x80");
     EXPECT_EQ(text::unescapePath("\\u{10000}"), "\xF0\x90\x80\x80");
+    EXPECT_EQ(text::unescapePath("\\u{10FFFF}"), "\xF4\x8F\xBF\xBF");
 }
 
 // (Extensions matching as case-insensitive suffixes is the example cases' matter.)

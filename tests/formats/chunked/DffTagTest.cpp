@@ -57,6 +57,8 @@ TEST(DffTag, Properties) {
             {"only CMPR", dffFile({dffPropChunk({cmpr}), sound}), line(44, "Fatal", "Missing FS property")},
             {"too short for one", dffFile({iff64Chunk("PROP", ByteBuilder().str("SND ").zeros(8)), sound}),
              line(44, "Fatal", "Missing FS property")},
+            {"no property at all", dffFile({iff64Chunk("PROP", ByteBuilder().str("SND ")), sound}),
+             line(44, "Fatal", "Missing FS property")},
             // Each property only once.
             {"two FS", dffFile({dffPropChunk({fs, fs, chnl, cmpr}), sound}),
              line(64, "Fatal", "Duplicate FS property")},
