@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 count() { find "$@" -type f \( -name '*.cpp' -o -name '*.h' \) -print0 | xargs -0r cat | grep -c '[^[:space:]]' || true; }
 code=0
-for d in core codes formats verify cli app printers store; do
+for d in core codes formats verify cli app printers store modules samples; do
   [ -d "$d" ] || continue
   n=$(count "$d")
   code=$((code + n))
