@@ -8,23 +8,24 @@ terminal leaving nothing behind.
 
 Usage: scripting_test.py --bin SONDREL --schema docs/sondrel-jsonl.schema.json
 """
-import argparse, base64, fcntl, json, os, pty, re, select, struct, subprocess, sys, tempfile, termios
+import argparse, base64, fcntl, json, os, re, select, struct, subprocess, sys, tempfile, termios
 import unittest
 
 from jsonschema import Draft202012Validator
 
-BIN = SCHEMA = None
-VALIDATOR = None
+BIN = SCHEMA = VALIDATOR = None
 
 
 def env_for(work, **extra):
-    env = dict(os.environ, HOME=os.path.join(work, "home"), XDG_CONFIG_HOME=os.path.join(work, "config"))
+    env = dict(os.environ, HOME=os.path.join(work, "home"), XDG_CONFIG_HOME=os.path.join(work, "config"),
+               XDG_CACHE_HOME=os.path.join(work, "cache"))
     env.pop("NO_COLOR", None)
     env.update(extra)
     return env
 
 
 def run(work, args, stdin=None):
+    """Runs the program in `work` with a home of its own; its status, output and error output."""
     p = subprocess.run([BIN] + args, cwd=work, env=env_for(work), input=stdin, capture_output=True, timeout=300)
     return p.returncode, p.stdout, p.stderr
 
@@ -34,15 +35,18 @@ def slurp(path):
         return f.read()
 
 
+def write(path, data):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        f.write(data)
+
+
 def records(out):
     """Every line of a JSON Lines output, validated against the schema."""
-    lines = out.split(b"\n")
-    assert lines[-1] == b"", "the output ends with a line feed"
-    recs = []
-    for line in lines[:-1]:
-        rec = json.loads(line)
+    assert out.endswith(b"\n"), "the output ends with a line feed"
+    recs = [json.loads(line) for line in out[:-1].split(b"\n")]
+    for rec in recs:
         VALIDATOR.validate(rec)
-        recs.append(rec)
     return recs
 
 
@@ -53,38 +57,23 @@ def path_bytes(rec):
 
 def make_tree(root):
     """Audio-named files whose contents draw problems, under awkward names. Returns their paths."""
-    root = os.fsencode(root)
-    long_folder = os.path.join(root, b"L" * 200, b"M" * 200, b"N" * 200)
-    names = [
-        os.path.join(root, b"plain.mp3"),
-        os.path.join(root, b"line\nfeed.flac"),
-        os.path.join(root, b"latin\xe9\xff.wav"),
-        os.path.join(root, b"carriage\r.ogg"),
-        os.path.join(root, b"tab\tand \\ backslash.m4a"),
-        os.path.join(root, b"sub", b"x" * 240 + b".ape"),
-        os.path.join(long_folder, b"deep \xc3\xa9\xe2\x80\xa8.wv"),
-        os.path.join(long_folder, b"empty.aiff"),
-    ]
+    root, deep = os.fsencode(root), b"L" * 200 + b"/" + b"M" * 200 + b"/" + b"N" * 200 + b"/"
+    names = [root + b"/" + n for n in (b"plain.mp3", b"line\nfeed.flac", b"latin\xe9\xff.wav", b"carriage\r.ogg",
+                                       b"tab\tand \\ backslash.m4a", b"sub/" + b"x" * 240 + b".ape",
+                                       deep + b"deep \xc3\xa9\xe2\x80\xa8.wv", deep + b"empty.aiff")]
     for i, n in enumerate(names):
-        os.makedirs(os.path.dirname(n), exist_ok=True)
-        with open(n, "wb") as f:
-            f.write(b"ID3\x03\x00\x00\x00\x00\x00\x05abcde" if i % 2 else b"junk" * i)
-    with open(os.path.join(root, b"notes.txt"), "wb") as f:
-        f.write(b"not audio")
-    with open(os.path.join(root, b".hidden.mp3"), "wb") as f:
-        f.write(b"x")
+        write(n, b"ID3\x03\x00\x00\x00\x00\x00\x05abcde" if i % 2 else b"junk" * i)
+    write(root + b"/notes.txt", b"not audio")
+    write(root + b"/.hidden.mp3", b"x")
     return names
 
 
 class Scripting(unittest.TestCase):
     def setUp(self):
         self.tmp = tempfile.TemporaryDirectory(prefix="sondrel-scripting-")
-        self.work = self.tmp.name
-        self.lib = os.path.join(self.work, "lib")
+        self.addCleanup(self.tmp.cleanup)
+        self.work, self.lib = self.tmp.name, os.path.join(self.tmp.name, "lib")
         self.files = make_tree(self.lib)
-
-    def tearDown(self):
-        self.tmp.cleanup()
 
     def test_jsonl_validates_recovers_exact_paths_and_ignores_jobs(self):
         outs = {}
@@ -92,10 +81,8 @@ class Scripting(unittest.TestCase):
             rc, out, err = run(self.work, ["--format", "jsonl", "--jobs", jobs, self.lib])
             self.assertEqual(rc, 1, err)
             recs = records(out)
-            self.assertEqual(recs[0]["type"], "begin")
-            self.assertEqual(recs[-1]["type"], "summary")
             files = recs[1:-1]
-            self.assertTrue(all(r["type"] == "file" for r in files))
+            self.assertEqual([r["type"] for r in recs], ["begin"] + ["file"] * len(files) + ["summary"])
             self.assertEqual(sorted(path_bytes(r) for r in files), sorted(self.files))
             for r in files:
                 self.assertTrue(os.path.exists(path_bytes(r)))
@@ -128,44 +115,31 @@ class Scripting(unittest.TestCase):
         self.assertEqual(listed.split(b"\n", 1)[1], whole.split(b"\n", 1)[1])
         # Line-separated, from a file: the names without line feeds.
         simple = [f for f in self.files if b"\n" not in f and b"\r" not in f]
-        with open(os.path.join(self.work, "list.txt"), "wb") as f:
-            f.write(b"".join(n + b"\n" for n in simple))
+        write(os.path.join(self.work, "list.txt"), b"".join(n + b"\n" for n in simple))
         rc, out, err = run(self.work, ["--format", "jsonl", "--files-from", "list.txt"])
         self.assertEqual(sorted(path_bytes(r) for r in records(out)[1:-1]), sorted(simple))
         rc, out, err = run(self.work, ["--files-from", "missing.txt"])
         self.assertEqual((rc, err), (2, b"sondrel: missing.txt: No such file or directory\n"))
 
 
-class Screen:
-    """Just enough of a terminal: printable text with autowrap, CR, LF and erase-line."""
-
-    def __init__(self, cols):
-        self.cols, self.rows, self.row, self.col = cols, [[]], 0, 0
-
-    def feed(self, data):
-        for m in re.finditer(r"\x1b\[([0-9;]*)([A-Za-z])|(.)", data, re.S):
-            if m.group(2):
-                if m.group(2) == "K":
-                    del self.rows[self.row][self.col:]
-            elif m.group(3) == "\r":
-                self.col = 0
-            elif m.group(3) == "\n":
-                self.newline()
-            else:
-                if self.col >= self.cols:
-                    self.newline()
-                line = self.rows[self.row]
-                line.extend(" " * (self.col - len(line)))
-                line[self.col:self.col + 1] = [m.group(3)]
-                self.col += 1
-
-    def newline(self):
-        self.row, self.col = self.row + 1, 0
-        if self.row == len(self.rows):
-            self.rows.append([])
-
-    def lines(self):
-        return ["".join(r).rstrip() for r in self.rows]
+def screen(cols, data):
+    """The lines a terminal of `cols` columns shows after `data`: text with autowrap, CR, LF, erase-line."""
+    rows, row, col = [[]], 0, 0
+    for m in re.finditer(r"\x1b\[[0-9;]*([A-Za-z])|(.)", data, re.S):
+        ch = m.group(2)
+        if m.group(1) == "K":
+            del rows[row][col:]
+        elif ch == "\r":
+            col = 0
+        elif ch is not None:
+            if ch == "\n" or col >= cols:
+                row, col = row + 1, 0
+                rows += [[]] if row == len(rows) else []
+            if ch != "\n":
+                rows[row] += " " * (col - len(rows[row]))
+                rows[row][col:col + 1] = [ch]
+                col += 1
+    return ["".join(r).rstrip() for r in rows]
 
 
 def on_terminal(args, work, cols=60, stdout_too=False, **env):
@@ -178,45 +152,22 @@ def on_terminal(args, work, cols=60, stdout_too=False, **env):
     p = subprocess.Popen([BIN] + args, cwd=work, env=env_for(work, **env), stdin=subprocess.DEVNULL,
                          stdout=slave if stdout_too else subprocess.DEVNULL, stderr=slave)
     os.close(slave)
-    raw = b""
-    while True:
-        r, _, _ = select.select([master], [], [], 60)
-        if not r:
+    raw, chunk = b"", b"."
+    while chunk:
+        if not select.select([master], [], [], 60)[0]:
             p.kill()
             raise AssertionError("no output for 60 s")
         try:
             chunk = os.read(master, 65536)
-        except OSError:
-            break
-        if not chunk:
-            break
+        except OSError:  # the program has closed the terminal
+            chunk = b""
         raw += chunk
     os.close(master)
     return p.wait(), raw
 
 
 class Terminal(unittest.TestCase):
-    def test_progress_fits_sixty_columns_and_leaves_only_the_final_status(self):
-        with tempfile.TemporaryDirectory(prefix="sondrel-pty-") as work:
-            lib = os.path.join(work, "lib")
-            make_tree(lib)
-            for i in range(300):
-                folder = os.path.join(lib, "a rather long folder name %03d for the progress line" % (i // 30))
-                os.makedirs(folder, exist_ok=True)
-                with open(os.path.join(folder, "track %03d.mp3" % i), "wb") as f:
-                    f.write(b"junk")
-            rc, raw = on_terminal(["--jobs", "1", "--log", os.path.join(work, "log.txt"), lib], work)
-            self.assertEqual(rc, 1)
-            text = raw.decode("utf-8")
-            self.assertIn("Examining folder", text, "the progress line was drawn")
-            self.assertIn("\u2026", text, "long paths are shortened")
-            screen = Screen(60)
-            screen.feed(text)
-            shown = [l for l in screen.lines() if l]
-            # The final status may wrap; nothing else may be left.
-            self.assertRegex("".join(shown).replace(" ", ""), r"^308filesscanned:[^\u2026]*logged\.$", shown)
-
-    def test_colour_only_in_a_text_log_on_a_terminal(self):
+    def test_progress_fits_sixty_columns_and_colour_only_in_a_text_log_on_a_terminal(self):
         with tempfile.TemporaryDirectory(prefix="sondrel-pty-") as work:
             lib = os.path.join(work, "lib")
             make_tree(lib)
@@ -225,19 +176,36 @@ class Terminal(unittest.TestCase):
             self.assertNotIn(b"Analyzing", raw, "no progress on the terminal the log is shown on")
             for args, env in ((["--color", "never", lib], {}), ([lib], {"NO_COLOR": "1"}),
                               (["--format", "jsonl", lib], {})):
-                rc, raw = on_terminal(args, work, stdout_too=True, **env)
-                self.assertNotIn(b"\x1b[", raw, args)
-            rc, out, err = run(work, ["--color", "always", "--log", "log.txt", lib])
+                self.assertNotIn(b"\x1b[", on_terminal(args, work, stdout_too=True, **env)[1], args)
+            run(work, ["--color", "always", "--log", "log.txt", lib])
             self.assertNotIn(b"\x1b", slurp(os.path.join(work, "log.txt")))
 
+            for i in range(300):
+                write(os.path.join(lib, "a rather long folder name %03d for the progress line/track %03d.mp3"
+                                   % (i // 30, i)), b"junk")
+            rc, raw = on_terminal(["--jobs", "1", "--log", os.path.join(work, "log.txt"), lib], work)
+            self.assertEqual(rc, 1)
+            text = raw.decode("utf-8")
+            self.assertIn("Examining folder", text, "the progress line was drawn")
+            self.assertIn("\u2026", text, "long paths are shortened")
+            shown = [l for l in screen(60, text) if l]
+            # The final status may wrap; nothing else may be left.
+            self.assertRegex("".join(shown).replace(" ", ""), r"^308filesscanned:[^\u2026]*logged\.$", shown)
 
-if __name__ == "__main__":
+
+def main():
+    """Reads --bin and --schema (shared with the shard tests) and runs the tests of the calling script."""
+    global BIN, SCHEMA, VALIDATOR
     ap = argparse.ArgumentParser()
     ap.add_argument("--bin", required=True)
     ap.add_argument("--schema", required=True)
     a, rest = ap.parse_known_args()
-    BIN = os.path.abspath(a.bin)
-    schema = json.load(open(a.schema))
+    BIN, SCHEMA = os.path.abspath(a.bin), os.path.abspath(a.schema)
+    schema = json.load(open(SCHEMA))
     Draft202012Validator.check_schema(schema)
     VALIDATOR = Draft202012Validator(schema)
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    unittest.main(module="__main__", argv=[sys.argv[0]] + rest, verbosity=2)
+
+
+if __name__ == "__main__":
+    main()

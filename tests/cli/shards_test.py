@@ -7,11 +7,10 @@ is not one whole run.
 
 Usage: shards_test.py --bin SONDREL --schema docs/sondrel-jsonl.schema.json
 """
-import argparse, json, os, re, signal, sqlite3, subprocess, sys, tempfile, time, unittest
+import json, os, re, signal, sqlite3, subprocess, tempfile, time, unittest
 
-from jsonschema import Draft202012Validator
+import scripting_test as common
 
-BIN = SCHEMA = None
 START = re.compile(rb"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d")
 
 
@@ -20,41 +19,31 @@ def make_tree(root):
     that sort differently by case, one name that is not UTF-8."""
     sizes = [3, 1, 40, 7, 12, 2, 25, 5, 9, 1, 16, 6, 30, 4, 11, 8]
     for f, size in enumerate(sizes):
-        folder = os.path.join(root, b"%s%02d" % (b"Ab"[f % 2:f % 2 + 1], f))
-        os.makedirs(folder, exist_ok=True)
         for i in range(size):
-            name = b"t%03d%s.mp3" % (i, b"\xe9" if (f, i) == (3, 2) else b"")
-            with open(os.path.join(folder, name), "wb") as out:
-                # A tag that claims more than the file holds, or plain junk.
-                out.write(b"ID3\x03\x00\x00\x00\x00\x00\x05abcde" if i % 3 else b"junk" * (i + f + 1))
+            name = b"%s%02d/t%03d%s.mp3" % (b"Ab"[f % 2:f % 2 + 1], f, i, b"\xe9" if (f, i) == (3, 2) else b"")
+            # A tag that claims more than the file holds, or plain junk.
+            common.write(os.path.join(root, name), b"ID3\x03\x00\x00\x00\x00\x00\x05abcde" if i % 3 else b"junk" * (i + f + 1))
     return sum(sizes)
 
 
 class Shards(unittest.TestCase):
     def setUp(self):
         self.tmp = tempfile.TemporaryDirectory(prefix="sondrel-shards-")
-        self.work = self.tmp.name
-        self.lib = os.path.join(self.work, "lib")
+        self.addCleanup(self.tmp.cleanup)
+        self.work, self.lib = self.tmp.name, os.path.join(self.tmp.name, "lib")
         self.total = make_tree(os.fsencode(self.lib))
-        self.env = dict(os.environ, HOME=self.work, XDG_CONFIG_HOME=os.path.join(self.work, "config"),
-                        XDG_CACHE_HOME=os.path.join(self.work, "cache"))
-
-    def tearDown(self):
-        self.tmp.cleanup()
 
     def run_bin(self, args):
-        p = subprocess.run([BIN] + args, cwd=self.work, env=self.env, capture_output=True, timeout=300)
-        return p.returncode, p.stdout, p.stderr
+        return common.run(self.work, args)
 
     def path(self, name):
         return os.path.join(self.work, name)
 
-    def shards(self, n, extra=()):
-        """Runs shards 0..n-1 through GNU parallel (status 1, problems found, is
-        success); returns their output files."""
+    def shards(self, n):
+        """Runs shards 0..n-1 through GNU parallel (status 1, problems found, is success); their outputs."""
         outs = [self.path(f"s{n}-{k}.jsonl") for k in range(n)]
-        cmd = f"{BIN} --shard {{}}/{n} --format jsonl -q {' '.join(extra)} {self.lib} > {self.path(f's{n}-')}{{}}.jsonl; [ $? -le 1 ]"
-        p = subprocess.run(["parallel", "-j2", cmd, ":::"] + [str(k) for k in range(n)], env=self.env,
+        cmd = f"{common.BIN} --shard {{}}/{n} --format jsonl -q {self.lib} > {self.path(f's{n}-')}{{}}.jsonl; [ $? -le 1 ]"
+        p = subprocess.run(["parallel", "-j2", cmd, ":::"] + [str(k) for k in range(n)], env=common.env_for(self.work),
                            capture_output=True, timeout=600)
         self.assertEqual(p.returncode, 0, p.stderr)
         return outs
@@ -62,25 +51,20 @@ class Shards(unittest.TestCase):
     def merge(self, files, fmt="text"):
         out = self.path("merged." + fmt)
         rc, _, err = self.run_bin(["merge", "--format", fmt, "--log", out] + files)
-        with open(out, "rb") as f:
-            return rc, f.read(), err
+        return rc, common.slurp(out), err
 
     def test_merged_shards_equal_one_run(self):
         rc, _, err = self.run_bin(["--log", self.path("single.txt"), self.lib])
         self.assertEqual(rc, 1, err)
-        single_text = open(self.path("single.txt"), "rb").read()
+        single_text = common.slurp(self.path("single.txt"))
         _, single_jsonl, _ = self.run_bin(["--format", "jsonl", self.lib])
-        validator = Draft202012Validator(json.load(open(SCHEMA)))
         for n in (1, 3, 7):
             outs = self.shards(n)
             counts = []
             for k, out in enumerate(outs):
-                with open(out, "rb") as f:
-                    lines = f.read().splitlines()
-                begin = json.loads(lines[0])
-                validator.validate(begin)
-                self.assertEqual(begin["data"]["shard"], {"index": k, "count": n})
-                counts.append(len(lines) - 2)
+                recs = common.records(common.slurp(out))
+                self.assertEqual(recs[0]["data"]["shard"], {"index": k, "count": n})
+                counts.append(len(recs) - 2)
             self.assertEqual(sum(counts), self.total)
             # Balanced within the largest folder (40 files).
             self.assertLessEqual(max(counts) - min(counts), 40 + self.total // n, counts)
@@ -97,10 +81,8 @@ class Shards(unittest.TestCase):
         noise = os.urandom(8192)
         big = os.path.join(self.work, "big")
         for f in range(8):
-            os.makedirs(os.path.join(big, "f%d" % f))
             for i in range(1000):
-                with open(os.path.join(big, "f%d" % f, "n%03d.mp3" % i), "wb") as out:
-                    out.write(noise[i : i + 4096])
+                common.write(os.path.join(big, "f%d/n%03d.mp3" % (f, i)), noise[i : i + 4096])
         self.lib = big
         # Results of files changed in the last seconds before a scan are not
         # kept (their time stamps cannot be trusted yet): let the tree settle.
@@ -109,25 +91,20 @@ class Shards(unittest.TestCase):
         cache = self.path("k.sqlite")
         for k in (0, 2):
             self.run_bin(["--shard", f"{k}/3", "--format", "jsonl", "--cache-file", cache, "--log", outs[k], big])
-        before = sqlite3.connect(cache).execute("SELECT count(*) FROM results").fetchone()[0]
-        kept = 0
+        stored = lambda: sqlite3.connect(cache).execute("SELECT count(*) FROM results").fetchone()[0]
+        before, kept = stored(), 0
         for kill in (True, False):
             with open(outs[1], "wb") as out:
-                p = subprocess.Popen([BIN, "--shard", "1/3", "--format", "jsonl", "-q", "-j1", "--cache-file",
-                                      cache, big], stdout=out, env=self.env)
+                p = subprocess.Popen([common.BIN, "--shard", "1/3", "--format", "jsonl", "-q", "-j1", "--cache-file",
+                                      cache, big], stdout=out, env=common.env_for(self.work))
             if kill:
                 deadline = time.time() + 120
-                while time.time() < deadline and p.poll() is None:
-                    with open(outs[1], "rb") as f:
-                        if f.read().count(b"\n") > 600:
-                            break
+                while time.time() < deadline and p.poll() is None and common.slurp(outs[1]).count(b"\n") <= 600:
                     time.sleep(0.005)
                 p.send_signal(signal.SIGKILL)
                 p.wait()
-                with open(outs[1], "rb") as f:
-                    partial = f.read()
-                kept = sqlite3.connect(cache).execute("SELECT count(*) FROM results").fetchone()[0]
-                self.assertNotIn(b'"type":"summary"', partial, "the shard was killed midway")
+                kept = stored()
+                self.assertNotIn(b'"type":"summary"', common.slurp(outs[1]), "the shard was killed midway")
                 rc, _, err = self.run_bin(["merge"] + outs)
                 self.assertEqual(rc, 2)
                 self.assertIn(os.fsencode(outs[1]) + b": truncated", err)
@@ -137,25 +114,17 @@ class Shards(unittest.TestCase):
         rc, merged, _ = self.merge(outs)
         self.assertEqual(rc, 1)
         self.run_bin(["--log", self.path("single.txt"), big])
-        with open(self.path("single.txt"), "rb") as f:
-            self.assertEqual(START.sub(b"", merged, count=1), START.sub(b"", f.read(), count=1))
+        single = common.slurp(self.path("single.txt"))
+        self.assertEqual(START.sub(b"", merged, count=1), START.sub(b"", single, count=1))
 
     def test_merge_refuses_what_is_not_one_run(self):
-        three = self.shards(3)
-        seven = self.shards(7)
-        other = self.path("other.jsonl")
+        three, seven, other, plain = self.shards(3), self.shards(7), self.path("other.jsonl"), self.path("plain.jsonl")
         self.run_bin(["--shard", "2/3", "--format", "jsonl", "--privacy", "--log", other, self.lib])
-        plain = self.path("plain.jsonl")
         self.run_bin(["--format", "jsonl", "--log", plain, self.lib])
-        data = open(three[2], "rb").read()
-        variants = {
-            "cut.jsonl": data[:-3],
-            "nosummary.jsonl": data[: data.rstrip(b"\n").rfind(b"\n") + 1],
-            "version.jsonl": data.replace(b'"version":"', b'"version":"0.', 1),
-        }
-        for name, content in variants.items():
-            with open(self.path(name), "wb") as f:
-                f.write(content)
+        data = common.slurp(three[2])
+        for name, content in (("cut", data[:-3]), ("nosummary", data[: data.rstrip(b"\n").rfind(b"\n") + 1]),
+                              ("version", data.replace(b'"version":"', b'"version":"0.', 1))):
+            common.write(self.path(name + ".jsonl"), content)
         cases = [
             ([three[0], three[1]], "shard 2 of 3: missing"),
             ([three[0], three[1], three[1], three[2]], three[1] + ": shard 1 of 3 again (also " + three[1]),
@@ -181,11 +150,10 @@ class Recipes(unittest.TestCase):
         """No API server here for a schema check: the fields a batch/v1 Job and
         a claim require, and the recipe's own wiring, checked with PyYAML."""
         import yaml
-        docs = list(yaml.safe_load_all(open(os.path.join(os.path.dirname(SCHEMA), "k8s-indexed-job.yaml"))))
+        docs = list(yaml.safe_load_all(open(os.path.join(os.path.dirname(common.SCHEMA), "k8s-indexed-job.yaml"))))
         body = "\x73pec"  # each object's body, under its Kubernetes key
-        kinds = [(d["apiVersion"], d["kind"], d["metadata"]["name"]) for d in docs]
-        self.assertEqual([k[:2] for k in kinds], [("v1", "PersistentVolumeClaim"), ("batch/v1", "Job"),
-                                                  ("batch/v1", "Job")])
+        self.assertEqual([(d["apiVersion"], d["kind"]) for d in docs],
+                         [("v1", "PersistentVolumeClaim"), ("batch/v1", "Job"), ("batch/v1", "Job")])
         self.assertTrue(docs[0][body]["accessModes"] and docs[0][body]["resources"]["requests"]["storage"])
         shards = docs[1][body]
         self.assertEqual(shards["completionMode"], "Indexed")
@@ -203,9 +171,4 @@ class Recipes(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--bin", required=True)
-    parser.add_argument("--schema", required=True)
-    args, rest = parser.parse_known_args()
-    BIN, SCHEMA = os.path.abspath(args.bin), os.path.abspath(args.schema)
-    unittest.main(argv=[sys.argv[0]] + rest)
+    common.main()
