@@ -1,6 +1,7 @@
 // The command line end to end: exit statuses, alerts on standard error, where
 // the log may go, cooperative cancellation, the decoder modules beside the
-// program, problem filters and the result cache across processes.
+// program, problem filters, the result cache across processes, and the man
+// pages and completions generated from the option parser.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -12,10 +13,12 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <sstream>
+#include <regex>
+#include <set>
 #include <thread>
 
-#include "core/Text.h"
+#include "cli/ManPage.h"
+#include "codes/ProblemCodes.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/FlacBuilder.h"
 #include "tests/fixtures/ID3Builder.h"
@@ -31,30 +34,31 @@ struct Result {
     std::string out, err;
 };
 
-// Runs the program in the folder with a fresh home, configuration and cache
-// folder; `prefix` is shell text put before the command (a ulimit, another
-// user). Every call has its own output files, so calls may run at once.
-Result runCli(const TempDir& d, const std::string& args, const std::string& prefix = "",
-              const std::string& program = SONDREL_CLI_PATH) {
+// Runs a bash script in the folder with a fresh home, configuration and cache
+// folder and nothing on standard input; $S is the program, $D the folder.
+// Every call has its own files, so calls may run at once.
+Result shell(const TempDir& d, const std::string& script) {
     static std::atomic<int> calls{0};
-    const std::string n = std::to_string(++calls), out = d.path() + "/stdout" + n,
-                      err = d.path() + "/stderr" + n;
-    const std::string cmd = "cd '" + d.path() + "' && export HOME='" + d.path() + "/home' XDG_CONFIG_HOME='" +
-                            d.path() + "/config' XDG_CACHE_HOME='" + d.path() + "/cache'; " + prefix + " '" +
-                            program + "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null";
-    const int rc = std::system(("bash -c \"" + cmd + "\"").c_str());
+    const std::string n = std::to_string(++calls), file = d.path() + "/script" + n,
+                      out = d.path() + "/stdout" + n, err = d.path() + "/stderr" + n;
+    std::ofstream(file) << "cd \"$D\" || exit 99\nexport HOME=\"$D/home\" XDG_CONFIG_HOME=\"$D/config\" "
+                           "XDG_CACHE_HOME=\"$D/cache\"\n"
+                        << script << "\n";
+    const int rc = std::system(("D='" + d.path() + "' S='" SONDREL_CLI_PATH "' bash '" + file +
+                                "' </dev/null >'" + out + "' 2>'" + err + "'")
+                                   .c_str());
     return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, readFile(out), readFile(err)};
 }
 
-// Runs a bash script in the folder with a fresh home and configuration
-// folder; $S is the program, $D the folder. Returns the script's status.
-int runShell(const TempDir& d, const std::string& script) {
-    std::string path = d.path() + "/script.sh";
-    std::ofstream(path) << "cd \"$D\" || exit 99\n" << script << "\n";
-    std::string cmd = "D='" + d.path() + "' S='" + SONDREL_CLI_PATH + "' HOME='" + d.path() +
-                      "/home' XDG_CONFIG_HOME='" + d.path() + "/config' bash '" + path + "' </dev/null";
-    int rc = std::system(cmd.c_str());
-    return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+// The program with `args`; `prefix` is shell text put before it (a ulimit,
+// another user).
+Result runCli(const TempDir& d, const std::string& args, const std::string& prefix = "",
+              const std::string& program = "\"$S\"") {
+    return shell(d, prefix + " " + program + " " + args);
+}
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
 }
 
 size_t count(const std::string& text, const std::string& part) {
@@ -67,52 +71,48 @@ std::string withoutFirstLine(const std::string& log) {
     return log.substr(log.find('\n') + 1);
 }
 
-TEST(CliExit, NothingToCheckIsAnErrorAndEverySkippedPathIsNamed) {
+TEST(CliExit, StatusAndStatusLineOfEachOutcome) {
     TempDir d;
     d.write("notes.txt", std::string("x"));
-    auto r = runCli(d, "--log log.txt notes.txt missing.mp3 .");
-    EXPECT_EQ(r.status, 2) << "the folder '.' is kept, but missing.mp3 could not be checked: " << r.err;
-    EXPECT_NE(r.err.find("0 files scanned: none with problems. 0 problems logged. 1 could not be read.\n"),
-              std::string::npos)
-        << r.err;
-    auto r2 = runCli(d, "--log log.txt notes.txt missing.mp3");
-    EXPECT_EQ(r2.status, 2);
-    EXPECT_NE(r2.err.find("skipped notes.txt: not an audio file by its extension"), std::string::npos)
-        << r2.err;
-    EXPECT_NE(r2.err.find("sondrel: missing.mp3: No such file or directory\n"), std::string::npos);
-    EXPECT_NE(r2.err.find("nothing to check"), std::string::npos);
-}
-
-TEST(CliExit, CleanScanProblemsAndStatusLines) {
-    TempDir d;
     d.write("empty/readme.txt", std::string("x"));
-    auto clean = runCli(d, "--log log.txt empty");
-    EXPECT_EQ(clean.status, 0);
-    EXPECT_EQ(clean.err, "0 files scanned: none with problems. 0 problems logged.\n");
-
     ::mkdir((d.path() + "/p").c_str(), 0755);
     ASSERT_EQ(::mkfifo((d.path() + "/p/song.mp3").c_str(), 0644), 0);
-    auto bad = runCli(d, "--log log.txt p");
-    EXPECT_EQ(bad.status, 1);
-    EXPECT_EQ(bad.err, "1 file scanned: 1 with problems (1 with errors). 1 problem logged.\n");
-    std::string log = readFile(d.path() + "/log.txt");
+    const std::string skipped =
+        "sondrel: skipped notes.txt: not an audio file by its extension\n"
+        "sondrel: missing.mp3: No such file or directory\n";
+    const std::tuple<std::string, int, std::string> rows[] = {
+        // A folder is something to check, but an input could not be checked.
+        {"notes.txt missing.mp3 empty", 2,
+         skipped + "0 files scanned: none with problems. 0 problems logged. 1 could not be read.\n"},
+        {"notes.txt missing.mp3", 2,
+         skipped + "sondrel: nothing to check (give folders or audio files; see --help)\n"},
+        {"empty", 0, "0 files scanned: none with problems. 0 problems logged.\n"},
+        {"p", 1, "1 file scanned: 1 with problems (1 with errors). 1 problem logged.\n"},
+        {"--option LogPath=x.txt p", 2,
+         "sondrel: LogPath is the desktop program's log file; use --log FILE\n"},
+        {"--option NoSuchKey=1 p", 2, "sondrel: unknown option key 'NoSuchKey'\n"},
+        {"--option LogDups=maybe p", 2,
+         "sondrel: option LogDups takes 1/0, true/false or yes/no, got 'maybe'\n"},
+    };
+    for (const auto& [args, status, err] : rows) {
+        const Result r = runCli(d, "--log log.txt " + args);
+        EXPECT_EQ(r.status, status) << args;
+        EXPECT_EQ(r.err, err) << args;
+    }
+    const std::string log = readFile(d.path() + "/log.txt");  // of the last scan of p
     EXPECT_EQ(withoutFirstLine(log).substr(0, 1), "\n");
-    EXPECT_NE(log.find("  " + d.path() + "/p/song.mp3\n    000000000000  File: "), std::string::npos) << log;
+    EXPECT_TRUE(has(log, "  " + d.path() + "/p/song.mp3\n    000000000000  File: ")) << log;
 
-    auto quiet = runCli(d, "--quiet --log - p");
+    const Result quiet = runCli(d, "--quiet --log - p");
     EXPECT_EQ(quiet.status, 1);
     EXPECT_EQ(quiet.err, "");
     EXPECT_EQ(quiet.out.rfind("Sondrel Version ", 0), 0u) << "--log - writes the log to standard output";
     // Without --log the log goes to standard output too; the stored LogPath
     // is the desktop program's and is neither used nor set.
-    auto plain = runCli(d, "p");
+    const Result plain = runCli(d, "p");
     EXPECT_EQ(plain.status, 1);
     EXPECT_EQ(withoutFirstLine(plain.out), withoutFirstLine(log));
     EXPECT_NE(::access((d.path() + "/home/Documents").c_str(), F_OK), 0);
-    EXPECT_EQ(runCli(d, "--option LogPath=x.txt p").err,
-              "sondrel: LogPath is the desktop program's log file; use --log FILE\n");
-    for (const char* option : {"NoSuchKey=1", "LogDups=maybe"})
-        EXPECT_EQ(runCli(d, std::string("--option ") + option + " --log l.txt p").status, 2) << option;
 }
 
 TEST(CliExit, LogAlertsStopTheScanBeforeItStartsOrWhenAWriteFails) {
@@ -138,9 +138,8 @@ TEST(CliExit, LogAlertsStopTheScanBeforeItStartsOrWhenAWriteFails) {
     // later write fail, as a full disk would.
     auto r = runCli(d, "--jobs 1 --log log.txt many", "ulimit -f 1;");
     EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("sondrel: Error: An error occurred while writing the log file " + d.path() +
-                         "/log.txt: File too large\n"),
-              std::string::npos)
+    EXPECT_TRUE(has(r.err, "sondrel: Error: An error occurred while writing the log file " + d.path() +
+                               "/log.txt: File too large\n"))
         << r.err;
     EXPECT_LT(readFile(d.path() + "/log.txt").size(), 1025u);
     EXPECT_EQ(readFile(d.path() + "/log.txt").rfind("Sondrel Version", 0), 0u);
@@ -194,16 +193,14 @@ TEST(CliLogTarget, TheLogNeverReplacesAnAudioFileASelectedFileOrAForeignFile) {
     for (const auto& [args, message] : rows) {
         auto r = runCli(d, args);
         EXPECT_EQ(r.status, 2) << args;
-        EXPECT_NE(r.err.find("sondrel: " + d.path() + message), std::string::npos) << args << "\n" << r.err;
+        EXPECT_TRUE(has(r.err, "sondrel: " + d.path() + message)) << args << "\n" << r.err;
     }
-    EXPECT_EQ(readFile(d.path() + "/a/song.flac"), "FLAC");
-    EXPECT_EQ(readFile(d.path() + "/typo/a.mp3"), "MP3A");
-    EXPECT_EQ(readFile(d.path() + "/notes.txt"), "my notes");
-
-    // A log of this program is replaced; --force replaces a foreign file.
-    EXPECT_NE(runCli(d, "--log old.log a").status, 2);
-    EXPECT_NE(runCli(d, "--log old.log a").status, 2) << "a log is replaced";
-    EXPECT_NE(runCli(d, "--force --log notes.txt a").status, 2);
+    EXPECT_EQ(readFile(d.path() + "/a/song.flac") + readFile(d.path() + "/typo/a.mp3") +
+                  readFile(d.path() + "/notes.txt"),
+              "FLACMP3Amy notes");
+    // A log of this program is replaced (the second run); --force replaces a foreign file.
+    for (const char* args : {"--log old.log a", "--log old.log a", "--force --log notes.txt a"})
+        EXPECT_NE(runCli(d, args).status, 2) << args;
     EXPECT_EQ(readFile(d.path() + "/notes.txt").rfind("Sondrel Version ", 0), 0u);
 }
 
@@ -212,24 +209,21 @@ TEST(CliLogDestinations, PipesWorkAClosedPipeEndsQuietlyAndAGuessedPathIsRefused
     d.write("a/x.flac", std::string("x"));
     for (int i = 0; i < 2000; ++i) d.write("big/" + std::to_string(10000 + i) + ".flac", std::string("x"));
 
-    EXPECT_EQ(runShell(d, "\"$S\" --log /dev/stdout a 2>err | cat >out; exit ${PIPESTATUS[0]}"), 1);
-    EXPECT_EQ(readFile(d.path() + "/out").rfind("Sondrel Version ", 0), 0u) << readFile(d.path() + "/err");
-    EXPECT_NE(readFile(d.path() + "/out").find("/a/x.flac\n"), std::string::npos);
+    Result r = shell(d, "\"$S\" --log /dev/stdout a | cat; exit ${PIPESTATUS[0]}");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out.rfind("Sondrel Version ", 0), 0u) << r.err;
+    EXPECT_TRUE(has(r.out, "/a/x.flac\n"));
 
     // head leaves after the first bytes; the rest of the log (far more than
     // a pipe holds) meets a closed pipe.
-    EXPECT_EQ(
-        runShell(d, "\"$S\" --all-files --log - big 2>err | head -c 10 >/dev/null; exit ${PIPESTATUS[0]}"),
-        141);
-    EXPECT_EQ(readFile(d.path() + "/err"), "") << "no message and no status line";
+    r = shell(d, "\"$S\" --all-files --log - big | head -c 10 >/dev/null; exit ${PIPESTATUS[0]}");
+    EXPECT_EQ(r.status, 141);
+    EXPECT_EQ(r.err, "") << "no message and no status line";
 
     ::unlink("/rel.log");
-    EXPECT_EQ(
-        runShell(d, "mkdir gone && cd gone && rmdir ../gone && \"$S\" --log rel.log \"$D/a\" 2>\"$D/err\""),
-        2);
-    EXPECT_NE(readFile(d.path() + "/err").find("sondrel: rel.log: the working folder cannot be found out: "),
-              std::string::npos)
-        << readFile(d.path() + "/err");
+    r = shell(d, "mkdir gone && cd gone && rmdir ../gone && \"$S\" --log rel.log \"$D/a\"");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(has(r.err, "sondrel: rel.log: the working folder cannot be found out: ")) << r.err;
     EXPECT_NE(::access("/rel.log", F_OK), 0) << "never a guess";
 }
 
@@ -240,7 +234,7 @@ TEST(CliUnreadable, EveryInputThatCannotBeCheckedIsNamedAndTheStatusIsTwo) {
     std::string as;
     if (::getuid() == 0) {
         as = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
-        if (runShell(d, as + "true") != 0)
+        if (shell(d, as + "true").status != 0)
             GTEST_SKIP() << "cannot run as an unprivileged user (setpriv failed)";
     }
     ::chmod(d.path().c_str(), 0755);
@@ -267,8 +261,9 @@ TEST(CliUnreadable, EveryInputThatCannotBeCheckedIsNamedAndTheStatusIsTwo) {
         {"locked/x.mp3 t/ok.flac", "locked/x.mp3: Permission denied\n" + one},
     };
     for (const auto& [paths, err] : rows) {
-        EXPECT_EQ(runShell(d, as + "\"$S\" --log out/log.txt " + paths + " 2>err"), 2) << paths;
-        EXPECT_EQ(readFile(d.path() + "/err"), "sondrel: " + err) << paths;
+        const Result r = runCli(d, "--log out/log.txt " + paths, as);
+        EXPECT_EQ(r.status, 2) << paths;
+        EXPECT_EQ(r.err, "sondrel: " + err) << paths;
     }
 }
 
@@ -287,18 +282,17 @@ TEST(CliModules, LoadedBesideTheProgramOrNamedOnceWhenMissing) {
     const std::string args = "--verify full --log log.txt a.flac b.flac";
     Result r = runCli(d, args);
     std::string log = readFile(d.path() + "/log.txt");
-    EXPECT_EQ(r.err.find("cannot load"), std::string::npos) << r.err;
+    EXPECT_FALSE(has(r.err, "cannot load")) << r.err;
     EXPECT_EQ(count(log, "Artwork data cannot be represented as an image"), 4u) << log;
     EXPECT_EQ(count(log, "could not be loaded"), 0u) << log;
-    EXPECT_NE(log.find("FLAC"), std::string::npos) << log;
+    EXPECT_TRUE(has(log, "FLAC")) << log;
 
-    ASSERT_TRUE(run("mkdir -p '" + d.path() + "/bin' && cp '" SONDREL_CLI_PATH "' '" + d.path() + "/bin/'"));
-    r = runCli(d, args, "", d.path() + "/bin/sondrel");
+    r = runCli(d, args, "mkdir -p bin && cp \"$S\" bin/ &&", "bin/sondrel");
     log = readFile(d.path() + "/log.txt");
     EXPECT_EQ(r.status, 1) << r.err;
-    for (const char* module : {"sondrel_images.so", "sondrel_images_modern.so", "sondrel_decoders.so"})
-        EXPECT_EQ(count(r.err, "sondrel: cannot load " + d.path() + "/lib/sondrel/" + module +
-                                   ": cannot open shared object file: No such file or directory\n"),
+    for (const char* module : {"images", "images_modern", "decoders"})
+        EXPECT_EQ(count(r.err, "sondrel: cannot load " + d.path() + "/lib/sondrel/sondrel_" + module +
+                                   ".so: cannot open shared object file: No such file or directory\n"),
                   1u)
             << r.err;
     EXPECT_EQ(count(log, "Artwork not checked: the image decoders could not be loaded"), 2u) << log;
@@ -346,10 +340,10 @@ TEST_F(CliFilter, SeverityCodesFamiliesAndPrefixes) {
         EXPECT_EQ(r.status, status == none ? 0 : 1) << options << "\n" << r.err;
         EXPECT_EQ(r.err, status) << options;
         const bool mp3 = status == both || status == mp3Only, flac = status == both || status == flacOnly;
-        EXPECT_EQ(r.out.find("/music/warn.mp3\n    ") != std::string::npos, mp3) << options << r.out;
-        EXPECT_EQ(r.out.find(kNil) != std::string::npos, mp3) << options;
-        EXPECT_EQ(r.out.find("/music/bad.flac\n    ") != std::string::npos, flac) << options << r.out;
-        EXPECT_EQ(r.out.find("\n\n\n"), std::string::npos) << "a heading only above problem lines";
+        EXPECT_EQ(has(r.out, "/music/warn.mp3\n    "), mp3) << options << r.out;
+        EXPECT_EQ(has(r.out, kNil), mp3) << options;
+        EXPECT_EQ(has(r.out, "/music/bad.flac\n    "), flac) << options << r.out;
+        EXPECT_FALSE(has(r.out, "\n\n\n")) << "a heading only above problem lines";
         EXPECT_FALSE(r.out.ends_with(".mp3\n") || r.out.ends_with(".flac\n")) << options;
     }
 }
@@ -357,14 +351,12 @@ TEST_F(CliFilter, SeverityCodesFamiliesAndPrefixes) {
 TEST_F(CliFilter, AllFilesStoredOptionsBadValuesAndExplain) {
     Result all = scan("--all-files --min-severity damage");
     EXPECT_EQ(all.status, 1);
-    EXPECT_NE(all.out.find("/music/warn.mp3\n"), std::string::npos);
-    EXPECT_EQ(all.out.find(kNil), std::string::npos);
+    EXPECT_TRUE(has(all.out, "/music/warn.mp3\n") && !has(all.out, kNil)) << all.out;
 
     d_.write("config/sondrel/settings.conf", std::string("IgnoreCodes=flac\nMinSeverity=warning\n"));
     Result stored = scan("");
     EXPECT_EQ(stored.status, 1);
-    EXPECT_EQ(stored.out.find("bad.flac"), std::string::npos) << stored.out;
-    EXPECT_NE(stored.out.find(kNil), std::string::npos);
+    EXPECT_TRUE(!has(stored.out, "bad.flac") && has(stored.out, kNil)) << stored.out;
 
     for (const char* options :
          {"--ignore nope", "--select id", "--min-severity severe", "--option IgnoreCodes=x.*"}) {
@@ -374,11 +366,9 @@ TEST_F(CliFilter, AllFilesStoredOptionsBadValuesAndExplain) {
         EXPECT_EQ(r.out, "") << options;
     }
 
-    Result e = runCli(d_, "--explain id3.trailing-nil");
-    EXPECT_EQ(e.status, 0);
-    EXPECT_TRUE(e.out.starts_with("id3.trailing-nil (warning)\n\n")) << e.out;
+    EXPECT_EQ(runCli(d_, "--explain id3.trailing-nil").status, 0);
     EXPECT_EQ(runCli(d_, "--explain id3.nothing").status, 2);
-    EXPECT_NE(runCli(d_, "--list-codes").out.find("\nid3.trailing-nil "), std::string::npos);
+    EXPECT_TRUE(has(runCli(d_, "--list-codes").out, "\nid3.trailing-nil "));
 }
 
 // The result cache across processes, over three folders of files with
@@ -473,6 +463,46 @@ TEST_F(CliCache, TwoScansSharingOneCacheBothWriteTheLogsOfUncachedRuns) {
         EXPECT_EQ(rb.status, plainB.status);
         EXPECT_EQ(ra.err + rb.err, "") << round;
     }
+}
+
+// The man pages and shell completions come from the option parser: every
+// option the help shows and every problem code is documented, hidden options
+// stay hidden, man reads the pages without a warning and bash completes.
+TEST(CliDocs, ProgramDocumentsEveryOptionItShows) {
+    TempDir d;
+    const std::string help = runCli(d, "--help").out;
+    EXPECT_FALSE(has(help, "--generate"));
+    std::set<std::string> names;
+    const std::regex longOption("--[a-z0-9][a-z0-9-]*");
+    for (std::sregex_iterator it(help.begin(), help.end(), longOption), end; it != end; ++it)
+        names.insert(it->str());
+    EXPECT_GT(names.size(), 10u);
+    const std::string man = runCli(d, "--generate man").out, bash = runCli(d, "--generate bash").out,
+                      zsh = runCli(d, "--generate zsh").out, fish = runCli(d, "--generate fish").out;
+    for (const auto& name : names) {
+        SCOPED_TRACE(name);
+        EXPECT_TRUE(has(man, "\\fB" + cli::roff(name, true) + "\\fR"));
+        EXPECT_TRUE(has(bash, " " + name + " ") || has(bash, " " + name + "'"));
+        EXPECT_TRUE(has(zsh, name));
+        EXPECT_TRUE(has(fish, " -l " + name.substr(2) + " "));
+    }
+    for (const auto& row : codes::problemCodes())
+        EXPECT_TRUE(
+            has(man, "\\fB" + cli::roff(row.code, true) + "\\fR (" + codes::severityName(row.severity)))
+            << row.code;
+    for (const std::string* script : {&bash, &zsh, &fish}) EXPECT_TRUE(has(*script, " id3.trailing-nil "));
+
+    const Result r = shell(d, R"(for p in man man-gui; do
+  "$S" --generate $p >page
+  w=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l -Tutf8 -Z page 2>&1 >/dev/null)
+  [ -z "$w" ] || { echo "$p: $w"; exit 1; }
+done
+source /usr/share/bash-completion/bash_completion
+source <("$S" --generate bash)
+COMP_WORDS=(sondrel --verify q); COMP_CWORD=2; COMP_LINE='sondrel --verify q'; COMP_POINT=${#COMP_LINE}
+_sondrel sondrel q --verify
+[ "${COMPREPLY[*]}" = quick ] || { echo "completion: ${COMPREPLY[*]}"; exit 1; })");
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
 }
 
 }  // namespace
