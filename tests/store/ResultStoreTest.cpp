@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <fstream>
 
 #include "core/LogWriter.h"
 #include "core/WorkThread.h"
@@ -39,18 +38,12 @@ ScanResult scan(const TempDir& d, const std::string& folder, const std::string& 
     ScanResult r;
     const Settings settings = fixtures::settingsWith(s.options);
     std::unique_ptr<ResultStore> store;
-    if (!db.empty()) {
-        StoreOptions o;
-        o.path = db;
-        o.fingerprint = ResultStore::fingerprint(settings, s.program, "decoders");
-        o.recheckAfter = s.recheckAfter;
-        o.settleSeconds = s.settleSeconds;
-        o.busyMs = 200;
-        o.warn = [&](const std::string& path, const std::string& reason) {
-            r.warnings.push_back(path + ": " + reason);
-        };
-        store = std::make_unique<ResultStore>(std::move(o));
-    }
+    if (!db.empty())
+        store = std::make_unique<ResultStore>(
+            StoreOptions{db, ResultStore::fingerprint(settings, s.program, "decoders"), s.recheckAfter,
+                         s.settleSeconds, 200, [&](const std::string& path, const std::string& reason) {
+                             r.warnings.push_back(path + ": " + reason);
+                         }});
     LogWriter log(std::make_unique<TextPrinter>());
     const std::string logPath = d.path() + "/log.txt";
     EXPECT_FALSE(log.openLog(logPath));
@@ -103,12 +96,13 @@ TEST(ResultStore, UnchangedFilesAreReplayedWithTheLogOfACheck) {
         EXPECT_TRUE(again.warnings.empty());
     }
     // Filters apply on replay: the stored problems are the unfiltered ones.
-    const StoreSetup filtered{{{"MinSeverity", "damage"}}};
-    EXPECT_EQ(scan(d, tree, db, filtered).log, scan(d, tree, "", filtered).log);
-    EXPECT_EQ(scan(d, tree, db, filtered).counts.hits, 4u);
     // With every file logged, the clean one is replayed too.
-    const StoreSetup all{{{"LogAllFiles", "true"}}};
-    EXPECT_EQ(scan(d, tree, db, all).log, scan(d, tree, "", all).log);
+    for (const StoreSetup& s :
+         {StoreSetup{{{"MinSeverity", "damage"}}}, StoreSetup{{{"LogAllFiles", "true"}}}}) {
+        const ScanResult r = scan(d, tree, db, s);
+        EXPECT_EQ(r.log, scan(d, tree, "", s).log);
+        EXPECT_EQ(r.counts.hits, 4u);
+    }
 }
 
 TEST(ResultStore, ChangedContentAndRenamedFilesAreCheckedAgain) {
@@ -122,9 +116,7 @@ TEST(ResultStore, ChangedContentAndRenamedFilesAreCheckedAgain) {
     const std::string song = tree + "/a/song.wav";
     struct stat before {};
     ASSERT_EQ(::stat(song.c_str(), &before), 0);
-    const Bytes bad = wav(7);
-    std::ofstream(song, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(bad.data()), std::streamsize(bad.size()));
+    d.write("tree/a/song.wav", wav(7));
     const struct timespec times[2] = {before.st_atim, before.st_mtim};
     ASSERT_EQ(::utimensat(AT_FDCWD, song.c_str(), times, 0), 0);
     const ScanResult changed = scan(d, tree, db);
@@ -143,22 +135,18 @@ TEST(ResultStore, ADifferentFingerprintOrAnOldResultChecksEverythingAgain) {
     TempDir d;
     const std::string tree = makeTree(d);
     const std::string db = d.path() + "/results.sqlite";
-    struct Case {
-        const char* what;
-        StoreSetup setup;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, StoreSetup> cases[] = {
         {"an option", {{{"LogPriv", "true"}}}},
         {"the verification tier", {{{"Verify", "quick"}}}},
         {"the program version", {{}, "Sondrel 1.0.1 (Build 2)"}},
         {"a recheck age passed", {{}, "Sondrel 1.0.0 (Build 1)", 0}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [what, setup] : cases) {
         scan(d, tree, db);
-        EXPECT_EQ(scan(d, tree, db).counts.hits, 4u) << c.what;
-        const ScanResult r = scan(d, tree, db, c.setup);
-        EXPECT_EQ(r.counts.hits, 0u) << c.what;
-        EXPECT_EQ(r.log, scan(d, tree, "", c.setup).log) << c.what;
+        EXPECT_EQ(scan(d, tree, db).counts.hits, 4u) << what;
+        const ScanResult r = scan(d, tree, db, setup);
+        EXPECT_EQ(r.counts.hits, 0u) << what;
+        EXPECT_EQ(r.log, scan(d, tree, "", setup).log) << what;
     }
     // Files changed just before the scan are not kept.
     TempDir fresh;
