@@ -173,10 +173,8 @@ TEST(CliCancel, InterruptFinishesTheCurrentFileAndExits130) {
 
 TEST(CliLogTarget, TheLogNeverReplacesAnAudioFileASelectedFileOrAForeignFile) {
     TempDir d;
-    d.write("a/song.flac", std::string("FLAC"));
-    d.write("typo/a.mp3", std::string("MP3A"));
-    d.write("typo/b.mp3", std::string("MP3B"));
-    d.write("notes.txt", std::string("my notes"));
+    for (const char* name : {"a/song.flac", "typo/a.mp3", "typo/b.mp3", "notes.txt"})
+        d.write(name, std::string(name));
     ASSERT_EQ(::link((d.path() + "/a/song.flac").c_str(), (d.path() + "/link.txt").c_str()), 0);
     ASSERT_EQ(::symlink("a/song.flac", (d.path() + "/alias.txt").c_str()), 0);
     const std::string audio = ": The log file has an audio file's extension";
@@ -195,9 +193,8 @@ TEST(CliLogTarget, TheLogNeverReplacesAnAudioFileASelectedFileOrAForeignFile) {
         EXPECT_EQ(r.status, 2) << args;
         EXPECT_TRUE(has(r.err, "sondrel: " + d.path() + message)) << args << "\n" << r.err;
     }
-    EXPECT_EQ(readFile(d.path() + "/a/song.flac") + readFile(d.path() + "/typo/a.mp3") +
-                  readFile(d.path() + "/notes.txt"),
-              "FLACMP3Amy notes");
+    for (const char* name : {"a/song.flac", "typo/a.mp3", "notes.txt"})
+        EXPECT_EQ(readFile(d.path() + "/" + name), name);
     // A log of this program is replaced (the second run); --force replaces a foreign file.
     for (const char* args : {"--log old.log a", "--log old.log a", "--force --log notes.txt a"})
         EXPECT_NE(runCli(d, args).status, 2) << args;
@@ -237,28 +234,20 @@ TEST(CliUnreadable, EveryInputThatCannotBeCheckedIsNamedAndTheStatusIsTwo) {
         if (shell(d, as + "true").status != 0)
             GTEST_SKIP() << "cannot run as an unprivileged user (setpriv failed)";
     }
-    ::chmod(d.path().c_str(), 0755);
-    d.write("t/ok.flac", std::string("x"));
-    d.write("t/sub/deep.flac", std::string("x"));
-    d.write("locked/x.mp3", std::string("x"));
-    ::chmod(d.write("t2/no.flac", std::string("x")).c_str(), 0);
-    ::mkdir((d.path() + "/out").c_str(), 0755);
-    ::chmod((d.path() + "/out").c_str(), 0777);
-    ::chmod((d.path() + "/t/sub").c_str(), 0);
-    ::chmod((d.path() + "/locked").c_str(), 0);
-    const std::string one =
-        "1 file scanned: 1 with problems (1 damaged). 1 problem logged. 1 could not be read.\n";
+    for (const char* name : {"t/ok.flac", "t/sub/deep.flac", "locked/x.mp3", "t2/no.flac", "out/.keep"})
+        d.write(name, std::string("x"));
+    for (const auto& [path, mode] :
+         {std::pair{"", 0755}, {"/out", 0777}, {"/t/sub", 0}, {"/locked", 0}, {"/t2/no.flac", 0}})
+        ::chmod((d.path() + path).c_str(), mode);
+    const std::string denied = ": Permission denied\n", unread = " 1 could not be read.\n",
+                      one = "1 file scanned: 1 with problems (1 damaged). 1 problem logged." + unread;
     const std::pair<std::string, std::string> rows[] = {
-        {"t", d.path() + "/t/sub: Permission denied\n" + one},
+        {"t", d.path() + "/t/sub" + denied + one},
         {"locked",
-         d.path() +
-             "/locked: Permission denied\n0 files scanned: none with problems. 0 problems logged. 1 could "
-             "not be read.\n"},
-        {"t2",
-         d.path() +
-             "/t2/no.flac: Permission denied\n1 file scanned: 1 with problems (1 with errors). 1 problem "
-             "logged. 1 could not be read.\n"},
-        {"locked/x.mp3 t/ok.flac", "locked/x.mp3: Permission denied\n" + one},
+         d.path() + "/locked" + denied + "0 files scanned: none with problems. 0 problems logged." + unread},
+        {"t2", d.path() + "/t2/no.flac" + denied +
+                   "1 file scanned: 1 with problems (1 with errors). 1 problem logged." + unread},
+        {"locked/x.mp3 t/ok.flac", "locked/x.mp3" + denied + one},
     };
     for (const auto& [paths, err] : rows) {
         const Result r = runCli(d, "--log out/log.txt " + paths, as);
@@ -412,23 +401,18 @@ TEST_F(CliCache, ADamagedReadOnlyOrLockedCacheIsNamedOnceAndChangesNothing) {
     const std::string bytes = readFile(good);
     ASSERT_GT(bytes.size(), 8192u);
 
-    // Cut in the middle: pages and rows referred to are missing.
-    const std::string cut = dir_->path() + "/cut.sqlite", ro = dir_->path() + "/ro.sqlite",
-                      locked = dir_->path() + "/locked.sqlite", ready = dir_->path() + "/locker.ready";
-    std::ofstream(cut, std::ios::binary) << bytes.substr(0, bytes.size() / 2);
-    // Read-only for the user who runs the scan (root writes anything, so
-    // the scan runs as nobody then).
-    std::ofstream(ro, std::ios::binary) << bytes;
+    // Cut in the middle: pages and rows referred to are missing. Read-only
+    // for the user who runs the scan (root writes anything, so the scan runs
+    // as nobody then). Locked by another process that holds its write lock
+    // through the scan, which has results of the third folder to add; the
+    // locker ends with the scan's shell.
+    const std::string cut = dir_->write("cut.sqlite", bytes.substr(0, bytes.size() / 2)),
+                      ro = dir_->write("ro.sqlite", bytes), locked = dir_->write("locked.sqlite", bytes);
     ::chmod(ro.c_str(), 0444);
-    // Locked by another process that holds its write lock through the scan,
-    // which has results of the third folder to add. The locker runs in the
-    // same shell as the scan and ends after it.
-    std::ofstream(locked, std::ios::binary) << bytes;
-    std::ofstream(dir_->path() + "/locked.sh")
-        << "python3 -c 'import sqlite3, sys, time; c = sqlite3.connect(sys.argv[1], isolation_level=None); "
-        << "c.execute(\"BEGIN EXCLUSIVE\"); open(sys.argv[2], \"w\").close(); time.sleep(60)' " << locked
-        << " " << ready << " & locker=$!; while [ ! -e " << ready << " ]; do sleep 0.05; done; "
-        << "\"$@\"; rc=$?; kill $locker; exit $rc\n";
+    const std::string locker =
+        "python3 -c 'import sqlite3, sys, time; c = sqlite3.connect(sys.argv[1], isolation_level=None); "
+        "c.execute(\"BEGIN EXCLUSIVE\"); open(\"ready\", \"w\").close(); time.sleep(60)' " +
+        locked + " & trap \"kill $!\" EXIT; while [ ! -e ready ]; do sleep 0.05; done;";
     const struct {
         const char* what;
         std::string file, prefix, inputs;
@@ -436,7 +420,7 @@ TEST_F(CliCache, ADamagedReadOnlyOrLockedCacheIsNamedOnceAndChangesNothing) {
         {"truncated", cut, "", inputs},
         {"read-only", ro, ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "",
          inputs},
-        {"locked", locked, "bash " + dir_->path() + "/locked.sh", inputs + " " + lib("r")},
+        {"locked", locked, locker, inputs + " " + lib("r")},
     };
     for (const auto& c : cases) {
         const Result expected = c.inputs == inputs ? plain : scan(c.inputs);
