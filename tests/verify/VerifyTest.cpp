@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <string>
@@ -71,21 +72,42 @@ const auto cutBy = [](size_t count) -> Damage { return [=](Bytes& b) { b.resize(
 const auto set = [](size_t at, uint8_t value) -> Damage { return [=](Bytes& b) { b[at] = value; }; };
 const auto flip = [](size_t at) -> Damage { return [=](Bytes& b) { b[at] ^= 0x01; }; };
 
-// Runs an encoder command with {in} and {out} filled in; its output.
-Bytes encode(const TempDir& dir, std::string command, const std::string& in, const std::string& file) {
-    const std::string out = dir.path() + "/" + file;
-    for (const auto& [token, path] : {std::pair{"{in}", in}, std::pair{"{out}", out}})
-        for (size_t at; (at = command.find(token)) != std::string::npos;)
-            command.replace(at, std::string_view(token).size(), "'" + path + "'");
-    EXPECT_TRUE(run(command + " 2>/dev/null")) << command;
-    return readBytes(out);
-}
-
-std::string tone(const TempDir& dir) {
-    const std::string wav = dir.path() + "/tone.wav", lavfi = "-f lavfi -i sine=frequency=440:duration=6";
-    EXPECT_TRUE(
-        run("ffmpeg -v error " + lavfi + " -fflags +bitexact -map_metadata -1 -ac 2 -ar 44100 " + wav));
-    return wav;
+// A six-second tone written by a real encoder under the name `file`, made
+// once per run; empty when the encoder is missing or `file` is crafted.
+const Bytes& encoded(const std::string& file) {
+    static const std::map<std::string, std::string> commands = {
+        {"a.flac", "flac -s -f -T TITLE=T -o {out} {in}"},
+        {"b.flac", "ffmpeg -v error -i {in} -metadata title=T {out}"},
+        {"n.flac", "flac -s --no-md5-sum -o {out} {in}"},
+        {"a.mp3", "lame --quiet -V 4 {in} {out}"},
+        {"a.ogg", "oggenc -Q -o {out} {in}"},
+        {"a.opus", "opusenc --quiet {in} {out}"},
+        {"a.wv", "wavpack -q -y {in} -o {out} && wvtag -q -y -w Title=T {out}"},
+        {"m.wv", "wavpack -q -y -m {in} -o {out}"},
+        {"a.m4a", "ffmpeg -v error -i {in} -c:a aac -metadata title=T {out}"},
+        {"b.m4a", "ffmpeg -v error -i {in} -c:a alac -metadata title=T {out}"},
+        {"f.m4a", "ffmpeg -v error -i {in} -c:a aac -movflags +faststart {out}"},
+        {"a.wav", "sox {in} {out}"},
+        {"b.wav", "ffmpeg -v error -i {in} -metadata title=T {out}"},
+        {"a.aiff", "sox {in} {out}"},
+        {"a.aifc", "sox {in} {out}"},
+    };
+    static const TempDir dir;
+    static const std::string in = dir.path() + "/tone.wav",
+                             lavfi = "-f lavfi -i sine=frequency=440:duration=6 -fflags +bitexact";
+    static const bool tone = run("ffmpeg -v error " + lavfi + " -map_metadata -1 -ac 2 -ar 44100 " + in);
+    static std::map<std::string, Bytes> made;
+    const auto command = commands.find(file);
+    if (!made.count(file) && tone && command != commands.end() &&
+        haveTool(command->second.substr(0, command->second.find(' ')))) {
+        std::string c = command->second;
+        for (const auto& [token, path] : {std::pair{"{in}", in}, std::pair{"{out}", dir.path() + "/" + file}})
+            for (size_t at; (at = c.find(token)) != std::string::npos;)
+                c.replace(at, std::strlen(token), path);
+        EXPECT_TRUE(run(c + " 2>/dev/null")) << c;
+        made[file] = readBytes(dir.path() + "/" + file);
+    }
+    return made[file];
 }
 
 bool has(const std::string& text, const std::string& part) {
@@ -122,8 +144,7 @@ Bytes craftedApe() {
 const std::string kDsdHeader("DSD \0\0\0\0", 8);  // a DFF sound chunk's header
 
 struct Encoded {
-    const char* file;
-    std::string command;        // writes {out} from {in}; empty: `crafted` stands in
+    const char* file;           // encoded, or `crafted` stands in
     std::string marker;         // the bytes that begin a frame or block in this format
     Damage miscount;            // makes the declared sample count disagree with the audio
     const char* blind = "";     // damages the format cannot reveal
@@ -154,8 +175,6 @@ const std::vector<std::pair<std::string, std::function<void(Bytes&, const Encode
 TEST(Verify, RealEncoderFilesAndTheirDamage) {
     verify::install();
     if (!haveTool("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
-    TempDir dir;
-    const std::string wav = tone(dir);
     chunked::DsfLayout dsf;
     dsf.blocksPerChannel = 3;
     // Zeros and flipped bits in PCM or DSD samples are valid sound: those
@@ -164,39 +183,36 @@ TEST(Verify, RealEncoderFilesAndTheirDamage) {
     const char* samples = "zeroed flip";
     const std::vector<Encoded> rows = {
         // STREAMINFO's sample count ends at byte 4 + 4 + 18 of a plain file.
-        {"a.flac", "flac -s -f -T TITLE=T -o {out} {in}", "\xFF\xF8", flip(4 + 4 + 17), "", true},
-        {"b.flac", "ffmpeg -v error -i {in} -metadata title=T {out}", "\xFF\xF8", nullptr, "", true},
+        {"a.flac", "\xFF\xF8", flip(4 + 4 + 17), "", true},
+        {"b.flac", "\xFF\xF8", nullptr, "", true},
         // The Xing frame count (frame header, 32 bytes of side information, "Xing" and flags).
-        {"a.mp3", "lame --quiet -V 4 {in} {out}", "\xFF\xFB", bump("Xing", 11, 1), "", true},
-        {"a.ogg", "oggenc -Q -o {out} {in}", "OggS", nullptr, "", true},
-        {"a.opus", "opusenc --quiet {in} {out}", "OggS", nullptr, "", true},
+        {"a.mp3", "\xFF\xFB", bump("Xing", 11, 1), "", true},
+        {"a.ogg", "OggS", nullptr, "", true},
+        {"a.opus", "OggS", nullptr, "", true},
         // The total in the first block header.
-        {"a.wv", "wavpack -q -y {in} -o {out} && wvtag -q -y -w Title=T {out}", "wvpk", bump("wvpk", 12, 1),
-         "", true},
+        {"a.wv", "wvpk", bump("wvpk", 12, 1), "", true},
         // MPEG-4: the broken marker is the chunk offset table's; the count is
         // the track's duration in "mdhd", made shorter (the demuxer takes the
         // shorter of it and the sample table's).
-        {"a.m4a", "ffmpeg -v error -i {in} -c:a aac -metadata title=T {out}", "stco", bump("mdhd", 21, 0xFF),
-         "flip"},
-        {"b.m4a", "ffmpeg -v error -i {in} -c:a alac -metadata title=T {out}", "stco", bump("mdhd", 21, 0xFF),
-         "flip"},
+        {"a.m4a", "stco", bump("mdhd", 21, 0xFF), "flip"},
+        {"b.m4a", "stco", bump("mdhd", 21, 0xFF), "flip"},
         // A PCM WAV file's only count is its data chunk's size.
-        {"a.wav", "sox {in} {out}", "data", bump("data", 4, 4), samples},
-        {"b.wav", "ffmpeg -v error -i {in} -metadata title=T {out}", "data", bump("data", 4, 4), samples},
-        {"a.aiff", "sox {in} {out}", "SSND", bump("COMM", 13, 1), samples},
-        {"a.aifc", "sox {in} {out}", "SSND", bump("COMM", 13, 1), samples},
+        {"a.wav", "data", bump("data", 4, 4), samples},
+        {"b.wav", "data", bump("data", 4, 4), samples},
+        {"a.aiff", "SSND", bump("COMM", 13, 1), samples},
+        {"a.aifc", "SSND", bump("COMM", 13, 1), samples},
         // No Debian encoder writes DSF, DFF or Monkey's Audio: crafted files
         // stand in. Crafted Monkey's Audio frames do not decode: the quick
         // tier, which sees lengths and the seek table, not inside the frames.
-        {"a.dsf", "", "data", bump("fmt ", 38, 1), samples, false, chunked::dsfFile(dsf)},
-        {"a.dff", "", kDsdHeader, bump(kDsdHeader, 11, 2), samples, false,
+        {"a.dsf", "data", bump("fmt ", 38, 1), samples, false, chunked::dsfFile(dsf)},
+        {"a.dff", kDsdHeader, bump(kDsdHeader, 11, 2), samples, false,
          dffFile({dffStandardProps(), dffDsdChunk(30000)})},
-        {"a.ape", "", "MAC ", bump("MAC ", 52 + 12, 1), samples, false, craftedApe(), "quick"},
+        {"a.ape", "MAC ", bump("MAC ", 52 + 12, 1), samples, false, craftedApe(), "quick"},
     };
     for (const Encoded& e : rows) {
         SCOPED_TRACE(e.file);
-        if (!e.command.empty() && !haveTool(e.command.substr(0, e.command.find(' ')))) continue;
-        const Bytes clean = e.command.empty() ? e.crafted : encode(dir, e.command, wav, e.file);
+        const Bytes clean = e.crafted.empty() ? encoded(e.file) : e.crafted;
+        if (clean.empty()) continue;  // the encoder is missing
         const std::string cleanOff = problemsFor(e.file, clean);
         for (const char* tier : {"quick", e.tier}) {
             const std::string log = problemsFor(e.file, clean, {{"Verify", tier}});
@@ -253,8 +269,6 @@ void forgeWavPackSignature(Bytes& b) {
 TEST(Verify, EachFindingDrawsItsLine) {
     verify::install();
     if (!haveTool("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
-    TempDir dir;
-    const std::string wav = tone(dir);
     chunked::DsfLayout dsf;
     dsf.blocksPerChannel = 3;
     const Bytes ape = craftedApe(), dsd = dffFile({dffStandardProps(), dffDsdChunk(64)});
@@ -263,77 +277,59 @@ TEST(Verify, EachFindingDrawsItsLine) {
     chunked::DsfLayout over = dsf;
     over.sampleCount = 3 * 4096 * 8 + 1;  // one bit into a fourth block
     struct Row {
-        const char* file;
-        std::string source;  // encoder command; empty: `crafted`
+        const char* file;  // encoded, or `crafted` stands in
         Damage damage;
         const char* tier;
         std::string line;
         Bytes crafted = {};
     };
-    const std::string aac = "ffmpeg -v error -i {in} -c:a aac {out}";
     const std::string frames = "is not a whole number of 4-byte sample frames";
     const std::vector<Row> rows = {
         // MPEG-4 carries no checksums: the quick tier follows the sample tables.
-        {"f.m4a", "ffmpeg -v error -i {in} -c:a aac -movflags +faststart {out}", nullptr, "quick", ""},
-        {"f.m4a", "", [](Bytes& b) { b.resize(b.size() * 2 / 3); }, "quick",
-         "lies beyond the end of the file"},
-        {"f.m4a", "", bump("stco", 13, 1), "quick", "  Audio: MPEG-4 track 1 chunk 1"},
-        {"a.mp3", "lame --quiet -V 4 {in} {out}", zero(3, 4000), "full",
-         "  Audio: MPEG audio decoder lost sync at "},
-        {"a.mp3", "", zero(4, ~size_t(0)), "full", "  Audio: MPEG audio decoder stopped at "},
-        {"a.wv", "wavpack -q -y {in} -o {out}", nullptr, "full", ""},
-        {"a.wv", "", [](Bytes& b) { b[b.size() / 2] ^= 0x10; }, "full",
+        {"f.m4a", [](Bytes& b) { b.resize(b.size() * 2 / 3); }, "quick", "lies beyond the end of the file"},
+        {"f.m4a", bump("stco", 13, 1), "quick", "  Audio: MPEG-4 track 1 chunk 1"},
+        {"a.mp3", zero(3, 4000), "full", "  Audio: MPEG audio decoder lost sync at "},
+        {"a.mp3", zero(4, ~size_t(0)), "full", "  Audio: MPEG audio decoder stopped at "},
+        {"a.wv", [](Bytes& b) { b[b.size() / 2] ^= 0x10; }, "full",
          "  Audio: WavPack decoded audio fails its checksum at "},
-        {"m.wv", "wavpack -q -y -m {in} -o {out}", forgeWavPackSignature, "full",
+        {"m.wv", forgeWavPackSignature, "full",
          "    000000000000  Audio: WavPack decoded audio does not match its stored MD5 signature\n"},
-        {"a.ogg", "oggenc -Q -o {out} {in}", zero(5, 3000), "full",
-         "  Audio: Ogg Vorbis audio has a hole at "},
-        {"a.opus", "opusenc --quiet {in} {out}", zero(5, 3000), "full",
-         "  Audio: Ogg Opus audio has a hole at "},
-        {"a.m4a", aac, zero(5, 3000), "full", "  Audio: MPEG-4 audio decoder error at "},
-        {"b.m4a", "ffmpeg -v error -i {in} -c:a alac {out}", zero(5, 3000), "full",
-         "  Audio: MPEG-4 audio decoder error at "},
-        {"n.flac", "flac -s --no-md5-sum -o {out} {in}", nullptr, "full",
+        {"a.ogg", zero(5, 3000), "full", "  Audio: Ogg Vorbis audio has a hole at "},
+        {"a.opus", zero(5, 3000), "full", "  Audio: Ogg Opus audio has a hole at "},
+        {"a.m4a", zero(5, 3000), "full", "  Audio: MPEG-4 audio decoder error at "},
+        {"b.m4a", zero(5, 3000), "full", "  Audio: MPEG-4 audio decoder error at "},
+        {"n.flac", nullptr, "full",
          "    000000000004  Audio: FLAC STREAMINFO holds no MD5 signature of the audio\n"},
-        {"n.flac", "", set(4 + 4 + 18, 1), "full",
+        {"n.flac", set(4 + 4 + 18, 1), "full",
          "    000000000004  Audio: FLAC decoded audio does not match the MD5 signature in STREAMINFO\n"},
         // Uncompressed sound data is measured, not read: a cut inside a sample
         // frame draws both the partial frame and the short count (a plain PCM
         // WAV file declares no count of its own).
-        {"a.wav", "sox {in} {out}", cutBy(3), "quick", frames},
-        {"a.aiff", "sox {in} {out}", cutBy(3), "quick", frames},
-        {"a.aiff", "", cutBy(3), "quick", "sample frames, the COMM chunk"},
-        {"a.aifc", "sox {in} {out}", cutBy(3), "quick", "sample frames, the COMM chunk"},
-        {"a.dsf", "", cutBy(100), "quick",
+        {"a.wav", cutBy(3), "quick", frames},
+        {"a.aiff", cutBy(3), "quick", frames},
+        {"a.aiff", cutBy(3), "quick", "sample frames, the COMM chunk"},
+        {"a.aifc", cutBy(3), "quick", "sample frames, the COMM chunk"},
+        {"a.dsf", cutBy(100), "quick",
          "DSF audio data of 24476 bytes is not a whole number of 8192-byte groups of channel blocks",
          chunked::dsfFile(dsf)},
-        {"a.dsf", "", cutBy(100), "quick",
-         "DSF audio data holds 2 blocks per channel, the sample count needs 3", chunked::dsfFile(dsf)},
-        {"a.dsf", "", nullptr, "quick", "DSF audio data holds 3 blocks per channel, the sample count needs 4",
+        {"a.dsf", cutBy(100), "quick", "DSF audio data holds 2 blocks per channel, the sample count needs 3",
+         chunked::dsfFile(dsf)},
+        {"a.dsf", nullptr, "quick", "DSF audio data holds 3 blocks per channel, the sample count needs 4",
          chunked::dsfFile(over)},
-        {"a.ape", "", cutBy(500), "quick",
+        {"a.ape", cutBy(500), "quick",
          "Monkey's Audio file holds 500 bytes of audio data, the header declares 1000", ape},
-        {"a.ape", "", set(52 + 12, 2), "quick",
-         "Monkey's Audio seek table holds 1 frames, the header declares 2", ape},
-        {"a.ape", "", set(76, 0), "quick", "Monkey's Audio frame 1 at 0 lies outside the audio data", ape},
-        {"a.dff", "", cutBy(11), "quick", "DFF sound data holds 53 bytes, its chunk declares 64", dsd},
-        {"a.dff", "", cutBy(11), "quick",
+        {"a.ape", set(52 + 12, 2), "quick", "Monkey's Audio seek table holds 1 frames, the header declares 2",
+         ape},
+        {"a.ape", set(76, 0), "quick", "Monkey's Audio frame 1 at 0 lies outside the audio data", ape},
+        {"a.dff", cutBy(11), "quick", "DFF sound data holds 53 bytes, its chunk declares 64", dsd},
+        {"a.dff", cutBy(11), "quick",
          "DFF sound data of 53 bytes is not a whole number of 2-byte sample frames", dsd},
-        {"a.dff", "", nullptr, "quick", "DFF holds 2 DST frames, the frame information declares 3", dst},
+        {"a.dff", nullptr, "quick", "DFF holds 2 DST frames, the frame information declares 3", dst},
     };
-    std::map<std::string, Bytes> made;  // the last file made under each name
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.file) + ": " + row.line);
-        if (!row.source.empty()) {
-            if (!haveTool(row.source.substr(0, row.source.find(' ')))) {
-                made.erase(row.file);
-                continue;
-            }
-            made[row.file] = encode(dir, row.source, wav, row.file);
-        }
-        if (row.line.empty()) continue;  // a row that only makes the file
-        if (row.source.empty() && row.crafted.empty() && !made.count(row.file)) continue;
-        Bytes b = row.crafted.empty() ? made[row.file] : row.crafted;
+        Bytes b = row.crafted.empty() ? encoded(row.file) : row.crafted;
+        if (b.empty()) continue;  // the encoder is missing
         const std::map<std::string, std::string> tier = {{"Verify", row.tier}};
         if (row.damage) {
             EXPECT_FALSE(has(problemsFor(row.file, b, tier), row.line)) << "undamaged";
