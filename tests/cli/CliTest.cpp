@@ -73,8 +73,8 @@ std::string withoutFirstLine(const std::string& log) {
 
 TEST(CliExit, StatusAndStatusLineOfEachOutcome) {
     TempDir d;
-    d.write("notes.txt", std::string("x"));
-    d.write("empty/readme.txt", std::string("x"));
+    for (const char* name : {"notes.txt", "empty/readme.txt", "a/x.mp3", "logdir/x"})
+        d.write(name, std::string("x"));
     ::mkdir((d.path() + "/p").c_str(), 0755);
     ASSERT_EQ(::mkfifo((d.path() + "/p/song.mp3").c_str(), 0644), 0);
     const std::string skipped =
@@ -82,61 +82,50 @@ TEST(CliExit, StatusAndStatusLineOfEachOutcome) {
         "sondrel: missing.mp3: No such file or directory\n";
     const std::tuple<std::string, int, std::string> rows[] = {
         // A folder is something to check, but an input could not be checked.
-        {"notes.txt missing.mp3 empty", 2,
+        {"--log log.txt notes.txt missing.mp3 empty", 2,
          skipped + "0 files scanned: none with problems. 0 problems logged. 1 could not be read.\n"},
-        {"notes.txt missing.mp3", 2,
+        {"--log log.txt notes.txt missing.mp3", 2,
          skipped + "sondrel: nothing to check (give folders or audio files; see --help)\n"},
-        {"empty", 0, "0 files scanned: none with problems. 0 problems logged.\n"},
-        {"p", 1, "1 file scanned: 1 with problems (1 with errors). 1 problem logged.\n"},
+        {"--log log.txt empty", 0, "0 files scanned: none with problems. 0 problems logged.\n"},
+        {"--log log.txt p", 1, "1 file scanned: 1 with problems (1 with errors). 1 problem logged.\n"},
         {"--option LogPath=x.txt p", 2,
          "sondrel: LogPath is the desktop program's log file; use --log FILE\n"},
         {"--option NoSuchKey=1 p", 2, "sondrel: unknown option key 'NoSuchKey'\n"},
         {"--option LogDups=maybe p", 2,
          "sondrel: option LogDups takes 1/0, true/false or yes/no, got 'maybe'\n"},
+        // Alerts about the log stop the scan before it starts.
+        {"--log logdir a", 2, "sondrel: Invalid Log File: The specified log file is a folder\n"},
+        {"--log no/such/dir/log.txt a", 2,
+         "sondrel: Create Error: Error creating log file " + d.path() +
+             "/no/such/dir/log.txt: No such file or directory\n"},
+        {"--log /dev/full a", 2,
+         "sondrel: Error: An error occurred while writing the log file /dev/full: No space left on device\n"},
+        {"--quiet --log - p", 1, ""},  // the log on standard output
     };
+    Result r;
     for (const auto& [args, status, err] : rows) {
-        const Result r = runCli(d, "--log log.txt " + args);
+        r = runCli(d, args);
         EXPECT_EQ(r.status, status) << args;
         EXPECT_EQ(r.err, err) << args;
     }
-    const std::string log = readFile(d.path() + "/log.txt");  // of the last scan of p
+    EXPECT_EQ(r.out.rfind("Sondrel Version ", 0), 0u);
+    const std::string log = readFile(d.path() + "/log.txt");
     EXPECT_EQ(withoutFirstLine(log).substr(0, 1), "\n");
     EXPECT_TRUE(has(log, "  " + d.path() + "/p/song.mp3\n    000000000000  File: ")) << log;
-
-    const Result quiet = runCli(d, "--quiet --log - p");
-    EXPECT_EQ(quiet.status, 1);
-    EXPECT_EQ(quiet.err, "");
-    EXPECT_EQ(quiet.out.rfind("Sondrel Version ", 0), 0u) << "--log - writes the log to standard output";
     // Without --log the log goes to standard output too; the stored LogPath
     // is the desktop program's and is neither used nor set.
     const Result plain = runCli(d, "p");
     EXPECT_EQ(plain.status, 1);
     EXPECT_EQ(withoutFirstLine(plain.out), withoutFirstLine(log));
     EXPECT_NE(::access((d.path() + "/home/Documents").c_str(), F_OK), 0);
-}
 
-TEST(CliExit, LogAlertsStopTheScanBeforeItStartsOrWhenAWriteFails) {
-    TempDir d;
-    d.write("a/x.mp3", std::string("x"));
-    ::mkdir((d.path() + "/logdir").c_str(), 0755);
-    const std::pair<const char*, std::string> rows[] = {
-        {"logdir", "Invalid Log File: The specified log file is a folder"},
-        {"no/such/dir/log.txt", "Create Error: Error creating log file " + d.path() +
-                                    "/no/such/dir/log.txt: No such file or directory"},
-        {"/dev/full",
-         "Error: An error occurred while writing the log file /dev/full: No space left on device"},
-    };
-    for (const auto& [log, message] : rows) {
-        auto r = runCli(d, std::string("--log ") + log + " a");
-        EXPECT_EQ(r.status, 2) << log;
-        EXPECT_EQ(r.err, "sondrel: " + message + "\n");
-    }
+    // A write that fails during the scan stops it too.
     ::mkdir((d.path() + "/many").c_str(), 0755);
     for (int i = 0; i < 40; ++i)
         ASSERT_EQ(::mkfifo((d.path() + "/many/f" + std::to_string(100 + i) + ".mp3").c_str(), 0644), 0);
     // The file-size limit (1 KiB) lets the first line through and makes a
     // later write fail, as a full disk would.
-    auto r = runCli(d, "--jobs 1 --log log.txt many", "ulimit -f 1;");
+    r = runCli(d, "--jobs 1 --log log.txt many", "ulimit -f 1;");
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(has(r.err, "sondrel: Error: An error occurred while writing the log file " + d.path() +
                                "/log.txt: File too large\n"))
@@ -171,7 +160,7 @@ TEST(CliCancel, InterruptFinishesTheCurrentFileAndExits130) {
     EXPECT_LT(std::count(log.begin(), log.end(), '\n'), 2 * 3000 + 1);
 }
 
-TEST(CliLogTarget, TheLogNeverReplacesAnAudioFileASelectedFileOrAForeignFile) {
+TEST(CliLogTarget, NeverAnAudioFileASelectedFileOrAForeignFileAndPipesWork) {
     TempDir d;
     for (const char* name : {"a/song.flac", "typo/a.mp3", "typo/b.mp3", "notes.txt"})
         d.write(name, std::string(name));
@@ -199,10 +188,8 @@ TEST(CliLogTarget, TheLogNeverReplacesAnAudioFileASelectedFileOrAForeignFile) {
     for (const char* args : {"--log old.log a", "--log old.log a", "--force --log notes.txt a"})
         EXPECT_NE(runCli(d, args).status, 2) << args;
     EXPECT_EQ(readFile(d.path() + "/notes.txt").rfind("Sondrel Version ", 0), 0u);
-}
 
-TEST(CliLogDestinations, PipesWorkAClosedPipeEndsQuietlyAndAGuessedPathIsRefused) {
-    TempDir d;
+    // Pipes work, a closed pipe ends the scan quietly, a guessed path is refused.
     d.write("a/x.flac", std::string("x"));
     for (int i = 0; i < 2000; ++i) d.write("big/" + std::to_string(10000 + i) + ".flac", std::string("x"));
 
@@ -292,25 +279,14 @@ TEST(CliModules, LoadedBesideTheProgramOrNamedOnceWhenMissing) {
 // file whose marker is broken (damage). What a filter removes is neither
 // logged nor counted, a file left without problems gets no heading, and the
 // exit status follows what remains.
-class CliFilter : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        const Bytes title = id3Frame("TIT2", id3Text(std::string_view("Title\0", 6)));
-        d_.write("music/warn.mp3", concat({id3v2Tag(3, title), mpegFrames(MpegSpec{}, 12)}));
-        d_.write("music/bad.flac", concat({Bytes{'f', 'L', 'a', 'X'}, Bytes(60, 0)}));
-    }
-    Result scan(const std::string& options) {
-        std::remove((d_.path() + "/log.txt").c_str());
-        Result r = runCli(d_, "--log log.txt " + options + " music");
-        r.out = readFile(d_.path() + "/log.txt");
-        return r;
-    }
-    TempDir d_;
-};
-
 constexpr const char* kNil = "ID3 'TIT2' frame: text string contains redundant trailing nil(s)";
 
-TEST_F(CliFilter, SeverityCodesFamiliesAndPrefixes) {
+TEST(CliFilter, SeverityCodesFamiliesPrefixesStoredOptionsAndBadValues) {
+    TempDir d;
+    const Bytes title = id3Frame("TIT2", id3Text(std::string_view("Title\0", 6)));
+    d.write("music/warn.mp3", concat({id3v2Tag(3, title), mpegFrames(MpegSpec{}, 12)}));
+    d.write("music/bad.flac", concat({Bytes{'f', 'L', 'a', 'X'}, Bytes(60, 0)}));
+    const auto scan = [&](const std::string& options) { return runCli(d, "--log - " + options + " music"); };
     const std::string both =
         "2 files scanned: 2 with problems (1 damaged, 1 with warnings). 2 problems logged.\n";
     const std::string flacOnly = "2 files scanned: 1 with problems (1 damaged). 1 problem logged.\n";
@@ -335,14 +311,12 @@ TEST_F(CliFilter, SeverityCodesFamiliesAndPrefixes) {
         EXPECT_FALSE(has(r.out, "\n\n\n")) << "a heading only above problem lines";
         EXPECT_FALSE(r.out.ends_with(".mp3\n") || r.out.ends_with(".flac\n")) << options;
     }
-}
 
-TEST_F(CliFilter, AllFilesStoredOptionsBadValuesAndExplain) {
     Result all = scan("--all-files --min-severity damage");
     EXPECT_EQ(all.status, 1);
     EXPECT_TRUE(has(all.out, "/music/warn.mp3\n") && !has(all.out, kNil)) << all.out;
 
-    d_.write("config/sondrel/settings.conf", std::string("IgnoreCodes=flac\nMinSeverity=warning\n"));
+    d.write("config/sondrel/settings.conf", std::string("IgnoreCodes=flac\nMinSeverity=warning\n"));
     Result stored = scan("");
     EXPECT_EQ(stored.status, 1);
     EXPECT_TRUE(!has(stored.out, "bad.flac") && has(stored.out, kNil)) << stored.out;
@@ -355,9 +329,9 @@ TEST_F(CliFilter, AllFilesStoredOptionsBadValuesAndExplain) {
         EXPECT_EQ(r.out, "") << options;
     }
 
-    EXPECT_EQ(runCli(d_, "--explain id3.trailing-nil").status, 0);
-    EXPECT_EQ(runCli(d_, "--explain id3.nothing").status, 2);
-    EXPECT_TRUE(has(runCli(d_, "--list-codes").out, "\nid3.trailing-nil "));
+    EXPECT_EQ(runCli(d, "--explain id3.trailing-nil").status, 0);
+    EXPECT_EQ(runCli(d, "--explain id3.nothing").status, 2);
+    EXPECT_TRUE(has(runCli(d, "--list-codes").out, "\nid3.trailing-nil "));
 }
 
 // The result cache across processes, over three folders of files with
