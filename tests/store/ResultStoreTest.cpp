@@ -78,13 +78,14 @@ std::string makeTree(const TempDir& d) {
     return d.path() + "/tree";
 }
 
-TEST(ResultStore, UnchangedFilesAreReplayedWithTheLogOfACheck) {
+// Unchanged files are replayed with the log of a check until a file, the
+// fingerprint or the result's age changes; a file that is no cache of ours is
+// named once and left alone.
+TEST(ResultStore, ReplaysUnchangedFilesAndChecksChangedOnesAgain) {
     TempDir d;
-    const std::string tree = makeTree(d);
-    const std::string db = d.path() + "/cache/results.sqlite";
+    const std::string tree = makeTree(d), db = d.path() + "/cache/results.sqlite";
     const ScanResult plain = scan(d, tree, "");
     ASSERT_NE(plain.log.find("odd.wav"), std::string::npos) << plain.log;
-
     const ScanResult first = scan(d, tree, db);
     EXPECT_EQ(first.log, plain.log);
     EXPECT_EQ(first.counts.misses, 4u);
@@ -103,16 +104,34 @@ TEST(ResultStore, UnchangedFilesAreReplayedWithTheLogOfACheck) {
         EXPECT_EQ(r.log, scan(d, tree, "", s).log);
         EXPECT_EQ(r.counts.hits, 4u);
     }
-}
 
-TEST(ResultStore, ChangedContentAndRenamedFilesAreCheckedAgain) {
-    TempDir d;
-    const std::string tree = makeTree(d);
-    const std::string db = d.path() + "/results.sqlite";
-    scan(d, tree, db);
+    const std::pair<const char*, StoreSetup> cases[] = {
+        {"an option", {{{"LogPriv", "true"}}}},
+        {"the verification tier", {{{"Verify", "quick"}}}},
+        {"the program version", {{}, "Sondrel 1.0.1 (Build 2)"}},
+        {"a recheck age passed", {{}, "Sondrel 1.0.0 (Build 1)", 0}},
+    };
+    for (const auto& [what, setup] : cases) {
+        scan(d, tree, db);
+        EXPECT_EQ(scan(d, tree, db).counts.hits, 4u) << what;
+        const ScanResult r = scan(d, tree, db, setup);
+        EXPECT_EQ(r.counts.hits, 0u) << what;
+        EXPECT_EQ(r.log, scan(d, tree, "", setup).log) << what;
+    }
+
+    const std::string text = d.write("notes.txt", std::string(4096, 'x')), audio = d.write("song.mp3", "");
+    for (const auto& other : {text, audio, tree}) {
+        const ScanResult r = scan(d, tree, other);
+        EXPECT_EQ(r.log, plain.log) << other;
+        ASSERT_EQ(r.warnings.size(), 1u) << other;
+        EXPECT_EQ(r.warnings[0].rfind(other + ": result cache not used: ", 0), 0u) << r.warnings[0];
+    }
+    EXPECT_EQ(fixtures::readFile(text), std::string(4096, 'x'));
+    EXPECT_EQ(fixtures::readFile(audio), "");
 
     // New bytes, same size, the old modification time put back: the change
     // time (and with a copy the inode) still tells.
+    scan(d, tree, db);
     const std::string song = tree + "/a/song.wav";
     struct stat before {};
     ASSERT_EQ(::stat(song.c_str(), &before), 0);
@@ -129,47 +148,12 @@ TEST(ResultStore, ChangedContentAndRenamedFilesAreCheckedAgain) {
     EXPECT_EQ(renamed.log, scan(d, tree, "").log);
     EXPECT_NE(renamed.log.find("/b/renamed.wav"), std::string::npos) << renamed.log;
     EXPECT_EQ(renamed.counts.hits, 3u);
-}
 
-TEST(ResultStore, ADifferentFingerprintOrAnOldResultChecksEverythingAgain) {
-    TempDir d;
-    const std::string tree = makeTree(d);
-    const std::string db = d.path() + "/results.sqlite";
-    const std::pair<const char*, StoreSetup> cases[] = {
-        {"an option", {{{"LogPriv", "true"}}}},
-        {"the verification tier", {{{"Verify", "quick"}}}},
-        {"the program version", {{}, "Sondrel 1.0.1 (Build 2)"}},
-        {"a recheck age passed", {{}, "Sondrel 1.0.0 (Build 1)", 0}},
-    };
-    for (const auto& [what, setup] : cases) {
-        scan(d, tree, db);
-        EXPECT_EQ(scan(d, tree, db).counts.hits, 4u) << what;
-        const ScanResult r = scan(d, tree, db, setup);
-        EXPECT_EQ(r.counts.hits, 0u) << what;
-        EXPECT_EQ(r.log, scan(d, tree, "", setup).log) << what;
-    }
     // Files changed just before the scan are not kept.
     TempDir fresh;
-    const std::string freshTree = makeTree(fresh);
     StoreSetup settling;
     settling.settleSeconds = 3;
-    EXPECT_EQ(scan(fresh, freshTree, fresh.path() + "/results.sqlite", settling).counts.stored, 0u);
-}
-
-TEST(ResultStore, AFileThatIsNoCacheOfOursIsNamedOnceAndLeftAlone) {
-    TempDir d;
-    const std::string tree = makeTree(d);
-    const std::string plain = scan(d, tree, "").log;
-    const std::string text = d.write("notes.txt", std::string(4096, 'x'));
-    const std::string audio = d.write("song.mp3", std::string());
-    for (const auto& db : {text, audio, d.path() + "/tree"}) {
-        const ScanResult r = scan(d, tree, db);
-        EXPECT_EQ(r.log, plain) << db;
-        ASSERT_EQ(r.warnings.size(), 1u) << db;
-        EXPECT_EQ(r.warnings[0].rfind(db + ": result cache not used: ", 0), 0u) << r.warnings[0];
-    }
-    EXPECT_EQ(fixtures::readFile(text), std::string(4096, 'x'));
-    EXPECT_EQ(fixtures::readFile(audio), "");
+    EXPECT_EQ(scan(fresh, makeTree(fresh), fresh.path() + "/results.sqlite", settling).counts.stored, 0u);
 }
 
 }  // namespace
