@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <map>
 #include <string>
@@ -76,21 +75,21 @@ const auto flip = [](size_t at) -> Damage { return [=](Bytes& b) { b[at] ^= 0x01
 // once per run; empty when the encoder is missing or `file` is crafted.
 const Bytes& encoded(const std::string& file) {
     static const std::map<std::string, std::string> commands = {
-        {"a.flac", "flac -s -f -T TITLE=T -o {out} {in}"},
-        {"b.flac", "ffmpeg -v error -i {in} -metadata title=T {out}"},
-        {"n.flac", "flac -s --no-md5-sum -o {out} {in}"},
-        {"a.mp3", "lame --quiet -V 4 {in} {out}"},
-        {"a.ogg", "oggenc -Q -o {out} {in}"},
-        {"a.opus", "opusenc --quiet {in} {out}"},
-        {"a.wv", "wavpack -q -y {in} -o {out} && wvtag -q -y -w Title=T {out}"},
-        {"m.wv", "wavpack -q -y -m {in} -o {out}"},
-        {"a.m4a", "ffmpeg -v error -i {in} -c:a aac -metadata title=T {out}"},
-        {"b.m4a", "ffmpeg -v error -i {in} -c:a alac -metadata title=T {out}"},
-        {"f.m4a", "ffmpeg -v error -i {in} -c:a aac -movflags +faststart {out}"},
-        {"a.wav", "sox {in} {out}"},
-        {"b.wav", "ffmpeg -v error -i {in} -metadata title=T {out}"},
-        {"a.aiff", "sox {in} {out}"},
-        {"a.aifc", "sox {in} {out}"},
+        {"a.flac", "flac -s -f -T TITLE=T -o $out $in"},
+        {"b.flac", "ffmpeg -v error -i $in -metadata title=T $out"},
+        {"n.flac", "flac -s --no-md5-sum -o $out $in"},
+        {"a.mp3", "lame --quiet -V 4 $in $out"},
+        {"a.ogg", "oggenc -Q -o $out $in"},
+        {"a.opus", "opusenc --quiet $in $out"},
+        {"a.wv", "wavpack -q -y $in -o $out && wvtag -q -y -w Title=T $out"},
+        {"m.wv", "wavpack -q -y -m $in -o $out"},
+        {"a.m4a", "ffmpeg -v error -i $in -c:a aac -metadata title=T $out"},
+        {"b.m4a", "ffmpeg -v error -i $in -c:a alac -metadata title=T $out"},
+        {"f.m4a", "ffmpeg -v error -i $in -c:a aac -movflags +faststart $out"},
+        {"a.wav", "sox $in $out"},
+        {"b.wav", "ffmpeg -v error -i $in -metadata title=T $out"},
+        {"a.aiff", "sox $in $out"},
+        {"a.aifc", "sox $in $out"},
     };
     static const TempDir dir;
     static const std::string in = dir.path() + "/tone.wav",
@@ -100,11 +99,8 @@ const Bytes& encoded(const std::string& file) {
     const auto command = commands.find(file);
     if (!made.count(file) && tone && command != commands.end() &&
         haveTool(command->second.substr(0, command->second.find(' ')))) {
-        std::string c = command->second;
-        for (const auto& [token, path] : {std::pair{"{in}", in}, std::pair{"{out}", dir.path() + "/" + file}})
-            for (size_t at; (at = c.find(token)) != std::string::npos;)
-                c.replace(at, std::strlen(token), path);
-        EXPECT_TRUE(run(c + " 2>/dev/null")) << c;
+        const std::string& c = command->second;
+        EXPECT_TRUE(run("in=" + in + " out=" + dir.path() + "/" + file + "; " + c + " 2>/dev/null")) << c;
         made[file] = readBytes(dir.path() + "/" + file);
     }
     return made[file];
@@ -153,6 +149,19 @@ struct Encoded {
     const char* tier = "full";
 };
 
+// A WavPack block's stored MD5 changed and its checksum made right again:
+// only decoding finds it. The signature sits in the last block, whose
+// checksum item closes it.
+void forgeWavPackSignature(Bytes& b) {
+    ASSERT_GT(b.size(), 56u);
+    const size_t last = b.size() - 56;
+    ASSERT_TRUE(b[last] == 'w' && b[last + 32] == 0x26 && b[last + 33] == 8 && b[last + 50] == 0x2F);
+    b[last + 40] ^= 0x01;
+    uint32_t sum = 0xFFFFFFFF;
+    for (size_t i = last; i < last + 50; i += 2) sum = sum * 3 + b[i] + (uint32_t(b[i + 1]) << 8);
+    for (size_t i = 0; i < 4; ++i) b[last + 52 + i] = uint8_t(sum >> (8 * i));
+}
+
 // A damage at a relative position of the audio, or the format's own miscount.
 const std::vector<std::pair<std::string, std::function<void(Bytes&, const Encoded&)>>> kDamages = {
     {"cut", [](Bytes& b, const Encoded&) { b.resize(b.size() * 2 / 3); }},
@@ -172,7 +181,7 @@ const std::vector<std::pair<std::string, std::function<void(Bytes&, const Encode
     {"miscounted", [](Bytes& b, const Encoded& e) { e.miscount(b); }},
 };
 
-TEST(Verify, RealEncoderFilesAndTheirDamage) {
+TEST(Verify, RealEncoderFilesTheirDamageAndTheLineEachFindingDraws) {
     verify::install();
     if (!haveTool("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
     chunked::DsfLayout dsf;
@@ -249,28 +258,8 @@ TEST(Verify, RealEncoderFilesAndTheirDamage) {
             EXPECT_GE(gravest(log), codes::Severity::Error) << log;
         }
     }
-}
-
-// A WavPack block's stored MD5 changed and its checksum made right again:
-// only decoding finds it. The signature sits in the last block, whose
-// checksum item closes it.
-void forgeWavPackSignature(Bytes& b) {
-    ASSERT_GT(b.size(), 56u);
-    const size_t last = b.size() - 56;
-    ASSERT_TRUE(b[last] == 'w' && b[last + 32] == 0x26 && b[last + 33] == 8 && b[last + 50] == 0x2F);
-    b[last + 40] ^= 0x01;
-    uint32_t sum = 0xFFFFFFFF;
-    for (size_t i = last; i < last + 50; i += 2) sum = sum * 3 + b[i] + (uint32_t(b[i + 1]) << 8);
-    for (size_t i = 0; i < 4; ++i) b[last + 52 + i] = uint8_t(sum >> (8 * i));
-}
-
-// The line each kind of finding draws. At "full" only the decoders see it:
-// the quick tier must not draw it. The undamaged file never draws it.
-TEST(Verify, EachFindingDrawsItsLine) {
-    verify::install();
-    if (!haveTool("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
-    chunked::DsfLayout dsf;
-    dsf.blocksPerChannel = 3;
+    // The line each kind of finding draws. At "full" only the decoders see
+    // it: the quick tier must not draw it. The undamaged file never draws it.
     const Bytes ape = craftedApe(), dsd = dffFile({dffStandardProps(), dffDsdChunk(64)});
     Bytes dst = dffFile({dffStandardProps("DST "), dffDstChunk(2)});
     dst[findFrom(dst, "FRTE", 0) + 15] = 3;
@@ -284,7 +273,7 @@ TEST(Verify, EachFindingDrawsItsLine) {
         Bytes crafted = {};
     };
     const std::string frames = "is not a whole number of 4-byte sample frames";
-    const std::vector<Row> rows = {
+    const std::vector<Row> lines = {
         // MPEG-4 carries no checksums: the quick tier follows the sample tables.
         {"f.m4a", [](Bytes& b) { b.resize(b.size() * 2 / 3); }, "quick", "lies beyond the end of the file"},
         {"f.m4a", bump("stco", 13, 1), "quick", "  Audio: MPEG-4 track 1 chunk 1"},
@@ -326,7 +315,7 @@ TEST(Verify, EachFindingDrawsItsLine) {
          "DFF sound data of 53 bytes is not a whole number of 2-byte sample frames", dsd},
         {"a.dff", nullptr, "quick", "DFF holds 2 DST frames, the frame information declares 3", dst},
     };
-    for (const Row& row : rows) {
+    for (const Row& row : lines) {
         SCOPED_TRACE(std::string(row.file) + ": " + row.line);
         Bytes b = row.crafted.empty() ? encoded(row.file) : row.crafted;
         if (b.empty()) continue;  // the encoder is missing
