@@ -334,54 +334,49 @@ TEST(CliFilter, SeverityCodesFamiliesPrefixesStoredOptionsAndBadValues) {
     EXPECT_TRUE(has(runCli(d, "--list-codes").out, "\nid3.trailing-nil "));
 }
 
-// The result cache across processes, over three folders of files with
+// The result cache across processes, over four folders of files with
 // problems written once and left to settle (files changed in the last
 // seconds before a scan are not kept). Each run must write the log and exit
-// status of a run without the cache.
-class CliCache : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        dir_ = new TempDir;
-        ::chmod(dir_->path().c_str(), 0755);  // the read-only case runs as another user
-        const char* exts[] = {"mp3", "flac", "wav", "ogg", "m4a", "aiff", "ape", "wv", "dsf"};
-        for (const char* folder : {"p", "q", "r"})
-            for (int i = 0; i < 150; ++i)
-                dir_->write(std::string("lib/") + folder + "/" + std::to_string(i) + " x." + exts[i % 9],
-                            std::string(size_t(i % 7) * 40, char('A' + i % 26)) + "RIFF ID3 fLaC OggS");
-        std::this_thread::sleep_for(std::chrono::milliseconds(3500));
-    }
-    static void TearDownTestSuite() {
-        delete dir_;
-        dir_ = nullptr;
-    }
-    static std::string lib(const char* folder) { return dir_->path() + "/lib/" + folder; }
-    static Result scan(const std::string& args, const std::string& prefix = "") {
-        Result r = runCli(*dir_, "--quiet --log - --jobs 2 " + args, prefix);
+// status of a run without the cache: two scans sharing one cache, filling it
+// and then reading it, and a damaged, read-only or locked cache, which is
+// named once.
+TEST(CliCache, SharedDamagedReadOnlyOrLockedCachesChangeNoLog) {
+    TempDir d;
+    ::chmod(d.path().c_str(), 0755);  // the read-only case runs as another user
+    const char* exts[] = {"mp3", "flac", "wav", "ogg", "m4a", "aiff", "ape", "wv", "dsf"};
+    for (const char* folder : {"p", "q", "r", "s"})
+        for (int i = 0; i < 150; ++i)
+            d.write(std::string("lib/") + folder + "/" + std::to_string(i) + " x." + exts[i % 9],
+                    std::string(size_t(i % 7) * 40, char('A' + i % 26)) + "RIFF ID3 fLaC OggS");
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    const auto scan = [&](const std::string& args, const std::string& prefix = "") {
+        Result r = runCli(d, "--quiet --log - --jobs 2 " + args, prefix);
         r.out = withoutFirstLine(r.out);
         return r;
-    }
-    static TempDir* dir_;
-};
-
-TempDir* CliCache::dir_ = nullptr;
-
-TEST_F(CliCache, ADamagedReadOnlyOrLockedCacheIsNamedOnceAndChangesNothing) {
-    const std::string inputs = lib("p") + " " + lib("q"), good = dir_->path() + "/good.sqlite";
-    const Result plain = scan(inputs);
+    };
+    const std::string inputs = "lib/p lib/q", other = "lib/q lib/r";
+    const Result plain = scan(inputs), plainOther = scan(other);
     ASSERT_EQ(plain.status, 1) << plain.err;
-    const Result filled = scan("--cache-file " + good + " " + inputs);
-    EXPECT_EQ(filled.out, plain.out);
-    EXPECT_EQ(filled.err, "");
-    const std::string bytes = readFile(good);
+    for (int round = 0; round < 2; ++round) {  // filling the cache, then from it
+        Result r, rOther;
+        std::thread thread([&] { rOther = scan("--cache-file shared.sqlite " + other); });
+        r = scan("--cache-file shared.sqlite " + inputs);
+        thread.join();
+        EXPECT_EQ(r.out, plain.out) << round;
+        EXPECT_EQ(rOther.out, plainOther.out) << round;
+        EXPECT_EQ(std::pair(r.status, rOther.status), std::pair(plain.status, plainOther.status));
+        EXPECT_EQ(r.err + rOther.err, "") << round;
+    }
+    const std::string bytes = readFile(d.path() + "/shared.sqlite");
     ASSERT_GT(bytes.size(), 8192u);
 
     // Cut in the middle: pages and rows referred to are missing. Read-only
     // for the user who runs the scan (root writes anything, so the scan runs
     // as nobody then). Locked by another process that holds its write lock
-    // through the scan, which has results of the third folder to add; the
+    // through the scan, which has results of the fourth folder to add; the
     // locker ends with the scan's shell.
-    const std::string cut = dir_->write("cut.sqlite", bytes.substr(0, bytes.size() / 2)),
-                      ro = dir_->write("ro.sqlite", bytes), locked = dir_->write("locked.sqlite", bytes);
+    const std::string cut = d.write("cut.sqlite", bytes.substr(0, bytes.size() / 2)),
+                      ro = d.write("ro.sqlite", bytes), locked = d.write("locked.sqlite", bytes);
     ::chmod(ro.c_str(), 0444);
     const std::string locker =
         "python3 -c 'import sqlite3, sys, time; c = sqlite3.connect(sys.argv[1], isolation_level=None); "
@@ -394,7 +389,7 @@ TEST_F(CliCache, ADamagedReadOnlyOrLockedCacheIsNamedOnceAndChangesNothing) {
         {"truncated", cut, "", inputs},
         {"read-only", ro, ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "",
          inputs},
-        {"locked", locked, locker, inputs + " " + lib("r")},
+        {"locked", locked, locker, "lib/p lib/q lib/s"},
     };
     for (const auto& c : cases) {
         const Result expected = c.inputs == inputs ? plain : scan(c.inputs);
@@ -403,23 +398,6 @@ TEST_F(CliCache, ADamagedReadOnlyOrLockedCacheIsNamedOnceAndChangesNothing) {
         EXPECT_EQ(r.out, expected.out) << c.what;
         EXPECT_EQ(count(r.err, "result cache"), 1u) << c.what << ": " << r.err;
         EXPECT_EQ(r.err.rfind("sondrel: " + c.file + ": result cache ", 0), 0u) << c.what << ": " << r.err;
-    }
-}
-
-TEST_F(CliCache, TwoScansSharingOneCacheBothWriteTheLogsOfUncachedRuns) {
-    const std::string a = lib("p") + " " + lib("q"), b = lib("q") + " " + lib("r");
-    const Result plainA = scan(a), plainB = scan(b);
-    const std::string db = "--cache-file " + dir_->path() + "/shared.sqlite ";
-    for (int round = 0; round < 2; ++round) {  // filling the cache, then from it
-        Result ra, rb;
-        std::thread other([&] { rb = scan(db + b); });
-        ra = scan(db + a);
-        other.join();
-        EXPECT_EQ(ra.out, plainA.out) << round;
-        EXPECT_EQ(rb.out, plainB.out) << round;
-        EXPECT_EQ(ra.status, plainA.status);
-        EXPECT_EQ(rb.status, plainB.status);
-        EXPECT_EQ(ra.err + rb.err, "") << round;
     }
 }
 
