@@ -8,6 +8,7 @@
 #include <regex>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "codes/ProblemCodes.h"
 
@@ -119,24 +120,22 @@ TEST(ProblemCodes, ClassifiesByMeaningWithValuesFilledInAndInLinearTime) {
 TEST(ProblemCodes, FiltersNameCodesFamiliesAndPrefixes) {
     const uint16_t nil = *findCode("id3.trailing-nil"), walk = *findCode("id3.frame-walk"),
                    flac = *findCode("flac.block-overflow"), owner = *findCode("privacy.owner");
-    struct Case {
-        const char *min, *select, *ignore;
-        std::vector<bool> keeps;  // nil, walk, flac, owner
+    // Which of nil, walk, flac and owner each filter keeps.
+    const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
+        {"", "", "", "1111"},
+        {"error", "", "", "0110"},
+        {"", "id3", "", "1100"},
+        {"", "id3.*", "id3.frame-walk", "1000"},
+        {"", "id3.trail*, privacy", "", "1001"},
+        {"", "*", "flac.", "1101"},
+        {"warning", "", "id3.trailing-nil,flac", "0100"},
     };
-    for (const Case& c : std::vector<Case>{
-             {"", "", "", {true, true, true, true}},
-             {"error", "", "", {false, true, true, false}},
-             {"", "id3", "", {true, true, false, false}},
-             {"", "id3.*", "id3.frame-walk", {true, false, false, false}},
-             {"", "id3.trail*, privacy", "", {true, false, false, true}},
-             {"", "*", "flac.", {true, true, false, true}},
-             {"warning", "", "id3.trailing-nil,flac", {false, true, false, false}},
-         }) {
-        auto f = Filter::make(c.min, c.select, c.ignore);
-        ASSERT_TRUE(f) << c.min << "|" << c.select << "|" << c.ignore;
-        EXPECT_EQ((std::vector<bool>{f->keeps(nil), f->keeps(walk), f->keeps(flac), f->keeps(owner)}),
-                  c.keeps)
-            << c.min << "|" << c.select << "|" << c.ignore;
+    for (const auto& [min, select, ignore, keeps] : cases) {
+        auto f = Filter::make(min, select, ignore);
+        ASSERT_TRUE(f) << min << "|" << select << "|" << ignore;
+        std::string kept;
+        for (uint16_t code : {nil, walk, flac, owner}) kept += f->keeps(code) ? '1' : '0';
+        EXPECT_EQ(kept, keeps) << min << "|" << select << "|" << ignore;
     }
     EXPECT_TRUE(Filter().passesAll());
     std::set<std::string> seen;  // a selector names one row or one family
