@@ -122,13 +122,11 @@ TEST(CliExit, StatusAndStatusLineOfEachOutcome) {
     EXPECT_EQ(withoutFirstLine(plain.out), withoutFirstLine(log));
     EXPECT_NE(::access((d.path() + "/home/Documents").c_str(), F_OK), 0);
 
-    // A write that fails during the scan stops it too.
-    ::mkdir((d.path() + "/many").c_str(), 0755);
-    for (int i = 0; i < 40; ++i)
-        ASSERT_EQ(::mkfifo((d.path() + "/many/f" + std::to_string(100 + i) + ".mp3").c_str(), 0644), 0);
-    // The file-size limit (1 KiB) lets the first line through and makes a
-    // later write fail, as a full disk would.
-    r = runCli(d, "--jobs 1 --log log.txt many", "ulimit -f 1;");
+    // A write that fails during the scan stops it too: over forty unreadable
+    // files, the file-size limit (1 KiB) lets the first line through and makes
+    // a later write fail, as a full disk would.
+    r = runCli(d, "--jobs 1 --log log.txt many",
+               "mkdir many; for i in $(seq 100 139); do mkfifo many/f$i.mp3; done; ulimit -f 1;");
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(has(r.err, "sondrel: Error: An error occurred while writing the log file " + d.path() +
                                "/log.txt: File too large\n"))

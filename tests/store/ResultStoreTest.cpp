@@ -69,8 +69,7 @@ Bytes wav(uint32_t riffSize) {
 }
 
 std::string makeTree(const TempDir& d) {
-    Bytes good = wav(0);
-    const uint32_t right = uint32_t(good.size() - 8);
+    const uint32_t right = uint32_t(wav(0).size() - 8);
     d.write("tree/a/song.wav", wav(right));
     d.write("tree/a/garbage.mp3", std::string("not an MPEG stream at all"));
     d.write("tree/b/empty.flac", std::string());
