@@ -11,11 +11,12 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <regex>
 #include <set>
 #include <thread>
+#include <tuple>
 
 #include "cli/ManPage.h"
 #include "codes/ProblemCodes.h"
