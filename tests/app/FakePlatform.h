@@ -3,12 +3,21 @@
 // log text given to the viewer; alerts wait until the test answers them.
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QPushButton>
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "app/AboutWindowController.h"
+#include "app/AppDelegate.h"
 #include "app/AppPlatform.h"
+#include "app/LogViewer.h"
+#include "app/MainWindow.h"
+#include "app/ResultsWindow.h"
+#include "tests/fixtures/CheckHelpers.h"
 
 namespace sondrel::app::testing {
 
@@ -19,14 +28,10 @@ class FakePlatform : public AppPlatform {
         AlertDone done;
     };
 
-    int beeps = 0;
+    int beeps = 0, activitiesBegun = 0;
     std::vector<ShownAlert> alerts;
-    std::vector<std::string> urls;
-    std::vector<std::string> logs;
+    std::vector<std::string> urls, logs, savePanelTitles, openPanelAnswer;
     std::optional<std::string> savePanelAnswer;
-    std::vector<std::string> savePanelTitles;
-    int version = 2500;
-    int activitiesBegun = 0, activitiesEnded = 0;
 
     void beep() override { ++beeps; }
     void showAlert(const AlertRequest& request, AlertDone done) override {
@@ -38,12 +43,11 @@ class FakePlatform : public AppPlatform {
         return savePanelAnswer;
     }
     void openUrl(const std::string& url) override { urls.push_back(url); }
-    std::vector<std::string> openPanelAnswer;
     std::vector<std::string> openPanel(const std::string&, bool) override { return openPanelAnswer; }
     void showLog(const std::string& text) override { logs.push_back(text); }
-    int toolkitVersion() const override { return version; }
+    int toolkitVersion() const override { return 2500; }
     uint64_t beginActivity(uint64_t, const std::string&) override { return ++activitiesBegun; }
-    void endActivity(uint64_t) override { ++activitiesEnded; }
+    void endActivity(uint64_t) override {}
 
     // Closes the oldest open alert with a button code and check-box state.
     void answer(int button, bool suppressed) {
@@ -68,5 +72,44 @@ inline bool spinUntil(const std::function<bool()>& condition, int ms = 10000) {
 inline void turn() {
     for (int i = 0; i < 3; ++i) QCoreApplication::processEvents();
 }
+
+inline QPushButton* button(QWidget& w, const QString& text) {
+    for (auto* b : w.findChildren<QPushButton*>())
+        if (b->text() == text) return b;
+    return nullptr;
+}
+
+// The windows with their controller, launched, on a desktop that records.
+struct Desktop {
+    fixtures::TempDir config, data;
+    std::string logPath = data.path() + "/log.txt";
+    FakePlatform platform;
+    AppDelegate delegate{platform, config.path(), ""};
+    LogViewer viewer{delegate};
+    AboutWindowController about;
+    MainWindow window{delegate, viewer, about};
+    ResultsWindow results{delegate.results(), platform};
+    Desktop() {
+        window.setFirstUseNoteAllowed(false);
+        window.setResultsWindow(&results);
+        delegate.applicationDidFinishLaunching();
+        window.show();
+    }
+    Settings stored() const { return Settings::load(config.path()); }
+    // A folder with two audio files (any content) and a text file.
+    std::string music() const {
+        data.write("music/a.mp3", std::string(300, 'x'));
+        data.write("music/B.flac", std::string("not a flac file"));
+        data.write("music/notes.txt", std::string("hello"));
+        return data.path() + "/music";
+    }
+    void drop(const std::vector<std::string>& paths) {
+        ASSERT_TRUE(delegate.dropPaths(paths));
+        turn();
+    }
+    void waitForScan() {
+        ASSERT_TRUE(spinUntil([&] { return !delegate.running(); }));
+    }
+};
 
 }  // namespace sondrel::app::testing

@@ -6,82 +6,72 @@
 #include <QPlainTextEdit>
 #include <QScrollBar>
 
-#include "app/AppDelegate.h"
 #include "tests/app/FakePlatform.h"
-#include "tests/fixtures/CheckHelpers.h"
 
 namespace sondrel::app {
 namespace {
 
-class LogViewerTest : public ::testing::Test {
-  protected:
-    LogViewerTest() : delegate(platform, config.path(), "") {}
-    int storedSize() { return int(Settings::load(config.path()).intFromKey("LogFixedFontSize")); }
-
-    fixtures::TempDir config;
-    testing::FakePlatform platform;
-    AppDelegate delegate;
-};
-
-TEST_F(LogViewerTest, PendingTextAndFontSizeRules) {
+TEST(LogViewer, PendingTextAndFontSizeRules) {
+    testing::Desktop d;
     std::vector<QString> applied;
-    LogViewerState state(delegate, [&](const QString& t) { applied.push_back(t); });
+    LogViewerState state(d.delegate, [&](const QString& t) { applied.push_back(t); });
     state.setContents("first");
     state.setContents("second");  // the last text before loading wins
     EXPECT_TRUE(applied.empty());
     EXPECT_TRUE(state.windowDidLoad());
     EXPECT_FALSE(state.windowDidLoad());  // the set-up runs once
-    EXPECT_FALSE(state.pendingContent());
     state.setContents("third");
     EXPECT_EQ(applied, (std::vector<QString>{"second", "third"}));
     EXPECT_FALSE(state.pendingContent());
 
     // Smaller stops at 9 (a size already below stays), Bigger has no limit.
-    EXPECT_EQ(state.fontSize(), 12);  // the shipped default
-    delegate.storeInteger("LogFixedFontSize", 10);
-    EXPECT_EQ(state.smaller(), 9);
-    EXPECT_EQ(state.smaller(), 9);
-    EXPECT_EQ(storedSize(), 9);
-    EXPECT_EQ(state.bigger(), 10);
-    EXPECT_EQ(storedSize(), 10);
-    delegate.storeInteger("LogFixedFontSize", 5);
-    EXPECT_EQ(state.smaller(), 5);
-    delegate.storeInteger("LogFixedFontSize", 400);
-    EXPECT_EQ(state.bigger(), 401);
+    const struct {
+        int stored;
+        int (LogViewerState::*step)();
+        int expected;
+    } rows[] = {{10, &LogViewerState::smaller, 9},
+                {9, &LogViewerState::smaller, 9},
+                {9, &LogViewerState::bigger, 10},
+                {5, &LogViewerState::smaller, 5},
+                {400, &LogViewerState::bigger, 401}};
+    for (const auto& r : rows) {
+        d.delegate.storeInteger("LogFixedFontSize", r.stored);
+        EXPECT_EQ((state.*r.step)(), r.expected) << r.stored;
+        EXPECT_EQ(d.stored().intFromKey("LogFixedFontSize"), r.expected) << r.stored;
+    }
 }
 
-TEST_F(LogViewerTest, WindowShowsTheLogFromItsStartAndDropsItOnClose) {
-    LogViewer viewer(delegate);
+TEST(LogViewer, WindowShowsTheLogFromItsStartAndDropsItOnClose) {
+    testing::Desktop d;
+    LogViewer& viewer = d.viewer;
+    QPlainTextEdit* view = viewer.textView();
     QString text;
     for (int i = 0; i < 500; ++i) text += QString("    %1  Tag: line\n").arg(i, 12, 10, QChar('0'));
     viewer.setContents(text);
-    EXPECT_TRUE(viewer.textView()->toPlainText().isEmpty());  // not loaded yet
+    EXPECT_TRUE(view->toPlainText().isEmpty());  // not loaded yet
     viewer.showWindow();
-    EXPECT_TRUE(delegate.logViewerRunning());
-    EXPECT_EQ(viewer.textView()->toPlainText().toStdString(), text.toStdString());
-    EXPECT_TRUE(viewer.textView()->isReadOnly());
-    EXPECT_TRUE(viewer.textView()->font().fixedPitch() ||
-                viewer.textView()->font().styleHint() == QFont::TypeWriter ||
-                QFontInfo(viewer.textView()->font()).fixedPitch());
-    EXPECT_EQ(viewer.textView()->font().pointSize(), 12);
-    EXPECT_EQ(viewer.textView()->verticalScrollBar()->value(), 0);
+    EXPECT_TRUE(d.delegate.logViewerRunning());
+    EXPECT_EQ(view->toPlainText().toStdString(), text.toStdString());
+    EXPECT_TRUE(view->isReadOnly() && QFontInfo(view->font()).fixedPitch());
+    EXPECT_EQ(view->verticalScrollBar()->value(), 0);
 
     // A heading wider than the window still shows its file name, wrapped.
     const QString heading = QString("/folder").repeated(40) + "/Long file name.flac";
     viewer.setContents(heading + "\n    1  Tag: line\n");
     QCoreApplication::processEvents();
-    QTextCursor end(viewer.textView()->document());
+    QTextCursor end(view->document());
     end.setPosition(int(heading.size()));
-    EXPECT_LE(viewer.textView()->cursorRect(end).right(), viewer.textView()->viewport()->width());
-    EXPECT_EQ(viewer.textView()->horizontalScrollBar()->maximum(), 0);
-    EXPECT_EQ(viewer.textView()->toPlainText(), heading + "\n    1  Tag: line\n");
+    EXPECT_LE(view->cursorRect(end).right(), view->viewport()->width());
+    EXPECT_EQ(view->horizontalScrollBar()->maximum(), 0);
+    EXPECT_EQ(view->toPlainText(), heading + "\n    1  Tag: line\n");
 
+    const int size = view->font().pointSize();
     viewer.bigger();
-    EXPECT_EQ(viewer.textView()->font().pointSize(), 13);
+    EXPECT_EQ(view->font().pointSize(), size + 1);
     viewer.closeWindow();
-    EXPECT_FALSE(delegate.logViewerRunning());
-    EXPECT_TRUE(viewer.textView()->toPlainText().isEmpty());
-    EXPECT_FALSE(Settings::load(config.path()).stringFromKey(LogViewer::kFrameKey).empty());
+    EXPECT_FALSE(d.delegate.logViewerRunning());
+    EXPECT_TRUE(view->toPlainText().isEmpty());
+    EXPECT_FALSE(d.stored().stringFromKey(LogViewer::kFrameKey).empty());
 }
 
 }  // namespace

@@ -12,20 +12,16 @@
 #include <set>
 #include <sstream>
 
-#include "app/AppDelegate.h"
 #include "core/BuildInfo.h"
 #include "tests/app/FakePlatform.h"
-#include "tests/fixtures/CheckHelpers.h"
 
 namespace sondrel::app {
 namespace {
 
 TEST(OptionsSheet, EveryShippedSwitchIsEditableAndStored) {
-    fixtures::TempDir config;
-    testing::FakePlatform platform;
-    AppDelegate delegate(platform, config.path(), "");
-    QWidget window;
-    OptionsSheet sheet(delegate, &window);
+    testing::Desktop d;
+    OptionsSheet sheet(d.delegate, &d.window);
+    const auto stored = [&](const char* key) { return d.stored().stringFromKey(key); };
 
     // Every true/false value of the defaults resource has its check box.
     std::set<std::string> shipped, offered;
@@ -43,42 +39,35 @@ TEST(OptionsSheet, EveryShippedSwitchIsEditableAndStored) {
     for (const auto& o : OptionsSheet::booleanOptions()) {
         auto* box = sheet.findChild<QCheckBox*>(o.key);
         ASSERT_NE(box, nullptr) << o.key;
-        const bool before = Settings::load(config.path()).boolFromKey(o.key);
+        const bool before = d.stored().boolFromKey(o.key);
         EXPECT_EQ(box->isChecked(), before) << o.key;
         box->click();
-        EXPECT_EQ(Settings::load(config.path()).boolFromKey(o.key), !before) << o.key;
+        EXPECT_EQ(d.stored().boolFromKey(o.key), !before) << o.key;
     }
     auto* verify = sheet.findChild<QComboBox*>("Verify");
-    ASSERT_NE(verify, nullptr);
-    EXPECT_EQ(verify->currentData().toString(), "off");
-    verify->setCurrentIndex(2);
-    EXPECT_EQ(Settings::load(config.path()).stringFromKey("Verify"), "full");
     auto* size = sheet.findChild<QSpinBox*>("LogFixedFontSize");
-    ASSERT_NE(size, nullptr);
-    EXPECT_EQ(size->value(), 12);
-    size->setValue(15);
-    EXPECT_EQ(Settings::load(config.path()).intFromKey("LogFixedFontSize"), 15);
-    // The problem filter: a severity word, and a code list stored only when
-    // every entry names something.
     auto* minSeverity = sheet.findChild<QComboBox*>("MinSeverity");
-    ASSERT_NE(minSeverity, nullptr);
-    minSeverity->setCurrentIndex(minSeverity->findData("error"));
-    EXPECT_EQ(Settings::load(config.path()).stringFromKey("MinSeverity"), "error");
     auto* ignore = sheet.findChild<QLineEdit*>("IgnoreCodes");
-    ASSERT_NE(ignore, nullptr);
-    ignore->setText("id3.*");
-    EXPECT_EQ(Settings::load(config.path()).stringFromKey("IgnoreCodes"), "id3.*");
-    ignore->setText("id3.*,no-such-code");
-    EXPECT_EQ(Settings::load(config.path()).stringFromKey("IgnoreCodes"), "id3.*");
-    // The result cache: a switch the command line shares, and its file.
     auto* cache = sheet.findChild<QCheckBox*>("Cache");
     auto* cacheFile = sheet.findChild<QLineEdit*>("CacheFile");
-    ASSERT_TRUE(cache && cacheFile);
+    ASSERT_TRUE(verify && size && minSeverity && ignore && cache && cacheFile);
+    verify->setCurrentIndex(2);
+    EXPECT_EQ(stored("Verify"), "full");
+    size->setValue(15);
+    EXPECT_EQ(stored("LogFixedFontSize"), "15");
+    // The problem filter: a severity word, and a code list stored only when
+    // every entry names something.
+    minSeverity->setCurrentIndex(minSeverity->findData("error"));
+    EXPECT_EQ(stored("MinSeverity"), "error");
+    ignore->setText("id3.*");
+    ignore->setText("id3.*,no-such-code");
+    EXPECT_EQ(stored("IgnoreCodes"), "id3.*");
+    // The result cache: a switch the command line shares, and its file.
     EXPECT_FALSE(cache->isChecked() || cacheFile->isEnabled());
     cache->click();
     cacheFile->setText("~/results.sqlite");
-    EXPECT_TRUE(Settings::load(config.path()).boolFromKey("Cache"));
-    EXPECT_EQ(Settings::load(config.path()).stringFromKey("CacheFile"), "~/results.sqlite");
+    EXPECT_TRUE(cacheFile->isEnabled() && d.stored().boolFromKey("Cache"));
+    EXPECT_EQ(stored("CacheFile"), "~/results.sqlite");
     sheet.prefsDone();
     EXPECT_FALSE(sheet.isVisible());
 }

@@ -32,19 +32,13 @@ TEST(QtPlatform, AlertIsAWindowModalSheetWithItsCheckBox) {
         [&](int c, bool s) { code = c, suppressed = s; });
     QMessageBox* box = openMessageBox();
     ASSERT_NE(box, nullptr);
-    EXPECT_EQ(box->windowModality(), Qt::WindowModal);
-    EXPECT_EQ(box->parentWidget(), &window);
-    EXPECT_EQ(box->informativeText(), "The text");
-    EXPECT_EQ(box->icon(), QMessageBox::Warning);
+    EXPECT_TRUE(box->windowModality() == Qt::WindowModal && box->parentWidget() == &window);
+    EXPECT_TRUE(box->informativeText() == "The text" && box->icon() == QMessageBox::Warning);
     ASSERT_NE(box->checkBox(), nullptr);
     EXPECT_EQ(box->checkBox()->text(), "Do not ask again");
-    QPushButton* cancel = nullptr;
-    for (QAbstractButton* b : box->buttons())
-        if (b->text() == "Cancel") cancel = static_cast<QPushButton*>(b);
-    ASSERT_NE(cancel, nullptr);
     EXPECT_EQ(box->defaultButton()->text(), "Continue");
     box->checkBox()->setChecked(true);
-    cancel->click();
+    testing::button(*box, "Cancel")->click();
     testing::turn();
     EXPECT_EQ(code, kAlertFirstButtonReturn + 1);
     EXPECT_TRUE(suppressed);
