@@ -23,23 +23,17 @@ namespace sondrel::app::testing {
 
 class FakePlatform : public AppPlatform {
   public:
-    struct ShownAlert {
-        AlertRequest request;
-        AlertDone done;
-    };
-
     int beeps = 0, activitiesBegun = 0;
-    std::vector<ShownAlert> alerts;
-    std::vector<std::string> urls, logs, savePanelTitles, openPanelAnswer;
+    std::vector<std::pair<AlertRequest, AlertDone>> alerts;  // the request, and how to answer it
+    std::vector<std::string> urls, logs, openPanelAnswer;
     std::optional<std::string> savePanelAnswer;
 
     void beep() override { ++beeps; }
     void showAlert(const AlertRequest& request, AlertDone done) override {
         alerts.push_back({request, std::move(done)});
     }
-    std::optional<std::string> savePanel(const std::string& title, const std::vector<std::string>&,
+    std::optional<std::string> savePanel(const std::string&, const std::vector<std::string>&,
                                          const std::string&) override {
-        savePanelTitles.push_back(title);
         return savePanelAnswer;
     }
     void openUrl(const std::string& url) override { urls.push_back(url); }
@@ -53,7 +47,7 @@ class FakePlatform : public AppPlatform {
     void answer(int button, bool suppressed) {
         auto a = std::move(alerts.front());
         alerts.erase(alerts.begin());
-        a.done(button, suppressed);
+        a.second(button, suppressed);
     }
 };
 
