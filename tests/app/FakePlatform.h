@@ -2,7 +2,7 @@
 // A desktop without a desktop: records beeps, alerts, opened URLs and the
 // log text given to the viewer; alerts wait until the test answers them.
 #include <QCoreApplication>
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QPushButton>
 
 #include <gtest/gtest.h>
@@ -53,12 +53,8 @@ class FakePlatform : public AppPlatform {
 
 // Runs the event loop until `condition` holds or `ms` have passed.
 inline bool spinUntil(const std::function<bool()>& condition, int ms = 10000) {
-    QElapsedTimer t;
-    t.start();
-    while (!condition()) {
-        if (t.elapsed() > ms) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
+    for (QDeadlineTimer t(ms); !condition(); QCoreApplication::processEvents(QEventLoop::AllEvents, 10))
+        if (t.hasExpired()) return false;
     return true;
 }
 

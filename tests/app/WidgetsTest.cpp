@@ -39,19 +39,12 @@ TEST(LogViewer, PendingTextAndFontSizeRules) {
     EXPECT_FALSE(state.pendingContent());
 
     // Smaller stops at 9 (a size already below stays), Bigger has no limit.
-    const struct {
-        int stored;
-        int (LogViewerState::*step)();
-        int expected;
-    } rows[] = {{10, &LogViewerState::smaller, 9},
-                {9, &LogViewerState::smaller, 9},
-                {9, &LogViewerState::bigger, 10},
-                {5, &LogViewerState::smaller, 5},
-                {400, &LogViewerState::bigger, 401}};
-    for (const auto& r : rows) {
-        d.delegate.storeInteger("LogFixedFontSize", r.stored);
-        EXPECT_EQ((state.*r.step)(), r.expected) << r.stored;
-        EXPECT_EQ(d.stored().intFromKey("LogFixedFontSize"), r.expected) << r.stored;
+    const auto smaller = &LogViewerState::smaller, bigger = &LogViewerState::bigger;
+    for (const auto& [stored, step, expected] : std::vector<std::tuple<int, decltype(smaller), int>>{
+             {10, smaller, 9}, {9, smaller, 9}, {9, bigger, 10}, {5, smaller, 5}, {400, bigger, 401}}) {
+        d.delegate.storeInteger("LogFixedFontSize", stored);
+        EXPECT_EQ((state.*step)(), expected) << stored;
+        EXPECT_EQ(d.stored().intFromKey("LogFixedFontSize"), expected) << stored;
     }
 }
 
@@ -166,8 +159,7 @@ TEST(ScreenClamp, EdgesStopAtTheAvailableAreaAndDragFollowsTheMouse) {
     EXPECT_EQ(ScreenClamp::clampOrigin({100, 100}, size, area), QPoint(100, 100));
     EXPECT_EQ(ScreenClamp::clampOrigin({-50, 600}, size, area), QPoint(0, 530));
     EXPECT_EQ(ScreenClamp::clampOrigin({2000, -2000}, size, area), QPoint(600, 30));
-    // Exactly at the edges is inside.
-    EXPECT_EQ(ScreenClamp::clampOrigin({600, 530}, size, area), QPoint(600, 530));
+    EXPECT_EQ(ScreenClamp::clampOrigin({600, 530}, size, area), QPoint(600, 530));  // at the edges is inside
     // Larger than the area: the left and top edges stay visible.
     EXPECT_EQ(ScreenClamp::clampOrigin({300, 300}, QSize(1200, 900), area), QPoint(0, 30));
     // A second screen to the left of the first (negative coordinates).
