@@ -33,8 +33,7 @@ class AppDelegateTest : public ::testing::Test {
 TEST(AppDelegateStatic, PluralTexts) {
     EXPECT_EQ(AppDelegate::selectionStatus(2, 1), "2 folders and 1 file selected");
     EXPECT_EQ(AppDelegate::doneStatus(1, 1), "1 file scanned. 1 error logged.");
-    // The bar counts files logged and names the files begun, which the
-    // status line counts, when analysis runs ahead.
+    // The bar counts files logged, and names the files begun when analysis runs ahead.
     EXPECT_EQ(AppDelegate::progressText({349, 972, 14745, 12.4, 1150, ""}),
               "349 of 14745 files logged \u00b7 972 begun \u00b7 12 files/s \u00b7 19:10 left");
     EXPECT_EQ(AppDelegate::progressText({5, 5, 9, 0, -1, ""}), "5 of 9 files logged");
@@ -86,14 +85,12 @@ TEST_F(AppDelegateTest, OverwriteQuestionAndItsSuppression) {
     // Cancel ignores a ticked box.
     d.platform.answer(kAlertFirstButtonReturn + 1, true);
     turn();
-    EXPECT_FALSE(delegate.running());
-    EXPECT_TRUE(d.stored().boolFromKey("LogPrompt"));
+    EXPECT_TRUE(!delegate.running() && d.stored().boolFromKey("LogPrompt"));
 
     delegate.startCancelHit();
     ASSERT_EQ(d.platform.alerts.size(), 1u);
     d.platform.answer(kAlertFirstButtonReturn, true);
-    EXPECT_FALSE(d.stored().boolFromKey("LogPrompt"));
-    EXPECT_TRUE(delegate.logPathChosen());
+    EXPECT_TRUE(!d.stored().boolFromKey("LogPrompt") && delegate.logPathChosen());
     // The scan starts on the next turn of the loop and runs to its end.
     EXPECT_TRUE(testing::spinUntil([&] { return delegate.statusText().rfind("2 files scanned.", 0) == 0; }));
 
@@ -101,8 +98,7 @@ TEST_F(AppDelegateTest, OverwriteQuestionAndItsSuppression) {
     EXPECT_FALSE(delegate.logPathChosen());
     d.drop({d.music()});
     delegate.startCancelHit();
-    EXPECT_TRUE(d.platform.alerts.empty());
-    EXPECT_TRUE(delegate.running());
+    EXPECT_TRUE(d.platform.alerts.empty() && delegate.running());
     d.waitForScan();
 }
 
@@ -124,8 +120,7 @@ TEST_F(AppDelegateTest, ScanRunsToDoneAndItsResultsAgreeWithTheLog) {
                      [&] { statuses.push_back(delegate.statusText()); });
     button(d.window, "Start")->click();  // a chosen path is not questioned
 
-    EXPECT_TRUE(d.platform.alerts.empty());
-    EXPECT_TRUE(d.results.isVisible());
+    EXPECT_TRUE(d.platform.alerts.empty() && d.results.isVisible());
     ASSERT_TRUE(delegate.running() && button(d.window, "Cancel") && button(d.window, "Cancel")->isEnabled());
     EXPECT_FALSE(button(d.window, "View Log")->isEnabled() || button(d.window, "Reset")->isEnabled());
     EXPECT_FALSE(d.window.close() || delegate.applicationShouldTerminate());
@@ -209,8 +204,7 @@ TEST_F(AppDelegateTest, TheLogNeverReplacesFoldersAudioOrForeignFiles) {
     EXPECT_EQ(d.platform.alerts[1].first.text, "The specified log file is a folder");
     EXPECT_EQ(d.platform.alerts[2].first.text,
               "The log file exists and is not a log written by this program: " + folder + "/notes.txt");
-    EXPECT_EQ(d.platform.beeps, 3);
-    EXPECT_TRUE(delegate.okToStart() && !delegate.running());
+    EXPECT_TRUE(d.platform.beeps == 3 && delegate.okToStart() && !delegate.running());
     EXPECT_EQ(readFile(folder + "/notes.txt"), "hello");
 }
 

@@ -12,15 +12,12 @@
 #include <QUrl>
 
 #include "app/ImageView.h"
-#include "app/ResultsModel.h"
-#include "app/ResultsWindow.h"
 #include "tests/app/FakePlatform.h"
 
 namespace sondrel::app {
 namespace {
 
 using codes::Severity;
-using testing::button;
 
 // The first code row of each severity.
 uint16_t codeOf(Severity s) {
@@ -93,9 +90,7 @@ TEST(Results, SortsByAnyColumnAndExplainsTheSelectedCode) {
     f.filter.sort(ResultsModel::kCount, Qt::DescendingOrder);
     EXPECT_EQ(column(f.filter, ResultsModel::kName), QStringList({"Three.MP3", "two.flac", "one.mp3"}));
     f.filter.sort(ResultsModel::kSeverity, Qt::DescendingOrder);
-    EXPECT_EQ(column(f.filter, ResultsModel::kSeverity),
-              QStringList({codes::severityName(Severity::Damage), codes::severityName(Severity::Error),
-                           codes::severityName(Severity::Note)}));
+    EXPECT_EQ(column(f.filter, ResultsModel::kName), QStringList({"two.flac", "Three.MP3", "one.mp3"}));
     // Offsets sort as numbers within a file.
     f.filter.sort(ResultsModel::kName, Qt::DescendingOrder);
     const QModelIndex two = f.filter.index(0, 0);
@@ -147,13 +142,12 @@ TEST(Results, DropEventAndAddFolderReachTheSelection) {
     EXPECT_TRUE(enter.isAccepted());
     QDropEvent drop(QPointF(20, 20), actions, &mime, Qt::LeftButton, Qt::NoModifier);
     QCoreApplication::sendEvent(d.window.target(), &drop);
-    EXPECT_TRUE(drop.isAccepted());
-    EXPECT_EQ(drop.dropAction(), Qt::CopyAction);
+    EXPECT_TRUE(drop.isAccepted() && drop.dropAction() == Qt::CopyAction);
     EXPECT_EQ(d.delegate.selection().folders, std::set<std::string>{d.data.path() + "/one"});
     EXPECT_TRUE(d.delegate.selection().files.empty());
 
     d.platform.openPanelAnswer = {d.data.path() + "/two"};
-    button(d.window, "Add Folder\u2026")->click();
+    testing::button(d.window, "Add Folder\u2026")->click();
     testing::turn();
     EXPECT_EQ(d.delegate.statusText(), "2 folders selected");
 
