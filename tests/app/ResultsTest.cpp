@@ -67,6 +67,7 @@ TEST(Results, FiltersBySeverityCodeFormatAndTextAsYouType) {
                            1},
                           {w.formatBox(), w.formatBox()->findText("FLAC"), "", {"two.flac"}, 2},
                           {w.formatBox(), 0, "ANOTHER", {"Three.MP3"}, 1},
+                          {w.formatBox(), 0, "tHREE", {"Three.MP3"}, 3},
                           {w.formatBox(), 0, "lib/a/", {"one.mp3"}, 1},
                           {w.formatBox(), 0, "", {"one.mp3", "two.flac", "Three.MP3"}, 1}}) {
         box->setCurrentIndex(index);
