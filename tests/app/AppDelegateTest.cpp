@@ -32,7 +32,7 @@ class AppDelegateTest : public ::testing::Test {
 
 TEST(AppDelegateStatic, PluralTexts) {
     EXPECT_EQ(AppDelegate::selectionStatus(2, 1), "2 folders and 1 file selected");
-    EXPECT_EQ(AppDelegate::doneStatus(1, 1), "1 file scanned. 1 error logged.");
+    EXPECT_EQ(AppDelegate::doneStatus(1, 0), "1 file scanned. 0 errors logged.");
     // The bar counts files logged, and names the files begun when analysis runs ahead.
     EXPECT_EQ(AppDelegate::progressText({349, 972, 14745, 12.4, 1150, ""}),
               "349 of 14745 files logged \u00b7 972 begun \u00b7 12 files/s \u00b7 19:10 left");
