@@ -1,294 +1,241 @@
-// The controller driven as the window would drive it, on a desktop that
-// only records what it was asked to show.
+// The controller driven through the window, on a desktop that only records
+// what it was asked to show.
 #include "app/AppDelegate.h"
 
 #include <gtest/gtest.h>
 
+#include <QLabel>
+
 #include <fstream>
+#include <numeric>
 #include <sstream>
 
 #include "tests/app/FakePlatform.h"
-#include "tests/fixtures/CheckHelpers.h"
 
 namespace sondrel::app {
 namespace {
 
-using fixtures::TempDir;
-using testing::spinUntil;
+using fixtures::readFile;
+using testing::button;
 using testing::turn;
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 class AppDelegateTest : public ::testing::Test {
   protected:
-    AppDelegateTest() : logPath(data.path() + "/log.txt") {
-        delegate = std::make_unique<AppDelegate>(platform, config.path(), "/help/here");
-        delegate->applicationDidFinishLaunching();
+    bool shown(const std::string& status) {
+        for (auto* l : d.window.findChildren<QLabel*>())
+            if (l->text().toStdString() == status) return true;
+        return false;
     }
-    ~AppDelegateTest() override { delegate.reset(); }
-
-    // A folder with two audio files (any content) and a text file.
-    std::string musicFolder() {
-        data.write("music/a.mp3", std::string(300, 'x'));
-        data.write("music/B.flac", std::string("not a flac file"));
-        data.write("music/notes.txt", std::string("hello"));
-        return data.path() + "/music";
-    }
-    bool storedBool(const std::string& key) { return Settings::load(config.path()).boolFromKey(key); }
-    void chooseLogPath() {
-        platform.savePanelAnswer = logPath;
-        delegate->promptForPath();
-    }
-    void drop(const std::vector<std::string>& paths) {
-        ASSERT_TRUE(delegate->dropPaths(paths));
-        turn();
-    }
-    void waitForScan() {
-        ASSERT_TRUE(spinUntil([&] { return !delegate->running(); }));
-    }
-
-    TempDir config, data;
-    std::string logPath;
-    testing::FakePlatform platform;
-    std::unique_ptr<AppDelegate> delegate;
+    testing::Desktop d;
+    AppDelegate& delegate = d.delegate;
 };
 
 TEST(AppDelegateStatic, PluralTexts) {
-    EXPECT_EQ(AppDelegate::selectionStatus(0, 0), "Drag Files or Folders to the Target");
-    EXPECT_EQ(AppDelegate::selectionStatus(1, 0), "1 folder selected");
-    EXPECT_EQ(AppDelegate::selectionStatus(1, 2), "1 folder and 2 files selected");
     EXPECT_EQ(AppDelegate::selectionStatus(2, 1), "2 folders and 1 file selected");
-    EXPECT_EQ(AppDelegate::doneStatus(1, 1), "1 file scanned. 1 error logged.");
-    EXPECT_EQ(AppDelegate::doneStatus(0, 0), "0 files scanned. 0 errors logged.");
-    // The bar counts files logged and names the files begun, which the
-    // status line counts, when analysis runs ahead.
+    EXPECT_EQ(AppDelegate::doneStatus(1, 0), "1 file scanned. 0 errors logged.");
+    // The bar counts files logged, and names the files begun when analysis runs ahead.
     EXPECT_EQ(AppDelegate::progressText({349, 972, 14745, 12.4, 1150, ""}),
               "349 of 14745 files logged \u00b7 972 begun \u00b7 12 files/s \u00b7 19:10 left");
     EXPECT_EQ(AppDelegate::progressText({5, 5, 9, 0, -1, ""}), "5 of 9 files logged");
 }
 
 TEST_F(AppDelegateTest, DropKeepsFoldersAndAudioFilesOnly) {
-    // Launching stores the default log path and leaves the controller idle.
-    EXPECT_EQ(Settings::load(config.path()).stringFromKey("LogPath"), "~/Documents/Sondrel.txt");
-    EXPECT_EQ(delegate->startTitle(), "Start");
-    EXPECT_FALSE(delegate->okToStart() || delegate->okToReset() || delegate->running());
-
-    const std::string text = data.write("notes.txt", std::string("x"));
-    EXPECT_FALSE(delegate->dropPaths({text}));
-    EXPECT_FALSE(
-        delegate->dropPaths({data.path() + "/missing.mp3", data.write(".hidden.mp3", std::string("x"))}));
-    data.write("Player.app/inner.mp3", std::string("x"));
-    EXPECT_FALSE(delegate->dropPaths({data.path() + "/Player.app"}));
+    EXPECT_FALSE(delegate.okToStart() || delegate.okToReset() || delegate.running());
+    const std::string text = d.data.write("notes.txt", std::string("x"));
+    d.data.write("Player.app/inner.mp3", std::string("x"));
+    for (const std::vector<std::string>& refused :
+         {std::vector<std::string>{text},
+          {d.data.path() + "/Player.app"},
+          {d.data.path() + "/missing.mp3", d.data.write(".hidden.mp3", std::string("x"))}})
+        EXPECT_FALSE(delegate.dropPaths(refused)) << refused[0];
     turn();
-    EXPECT_EQ(platform.beeps, 3);
-    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
-    EXPECT_TRUE(delegate->selection().folders.empty() && delegate->selection().files.empty());
-    EXPECT_FALSE(delegate->okToReset());
+    EXPECT_EQ(d.platform.beeps, 3);
+    EXPECT_TRUE(shown("Drag Files or Folders to the Target"));
+    EXPECT_TRUE(delegate.selection().folders.empty() && delegate.selection().files.empty() &&
+                !delegate.okToReset());
 
-    const std::string song = data.write("one/Song.MP3", std::string("x"));
-    drop({musicFolder(), song, data.write("two/other.opus", std::string("x")), text});
-    EXPECT_EQ(platform.beeps, 3);
-    EXPECT_EQ(delegate->statusText(), "1 folder and 2 files selected");
-    EXPECT_TRUE(delegate->okToReset() && delegate->okToStart());
-
+    const std::string song = d.data.write("one/Song.MP3", std::string("x"));
+    d.drop({d.music(), song, d.data.write("two/other.opus", std::string("x")), text});
+    EXPECT_EQ(delegate.statusText(), "1 folder and 2 files selected");
+    EXPECT_TRUE(d.platform.beeps == 3 && delegate.okToReset() && delegate.okToStart());  // no new beep
     // Drops accumulate, and a path dropped twice counts once.
-    drop({data.path() + "/one/../one", song});
-    EXPECT_EQ(delegate->statusText(), "2 folders and 2 files selected");
+    d.drop({d.data.path() + "/one/../one", song});
+    EXPECT_TRUE(shown("2 folders and 2 files selected"));
 
     // Without a log path there is nothing to start.
-    delegate->setLogPathText("");
-    EXPECT_FALSE(delegate->okToStart());
-    delegate->startCancelHit();
-    EXPECT_TRUE(platform.alerts.empty());
-    EXPECT_FALSE(delegate->running());
-
-    delegate->resetSels();
-    EXPECT_EQ(delegate->statusText(), "Drag Files or Folders to the Target");
-    EXPECT_FALSE(delegate->okToReset() || delegate->okToStart());
+    delegate.setLogPathText("");
+    EXPECT_FALSE(delegate.okToStart());
+    delegate.startCancelHit();
+    EXPECT_TRUE(d.platform.alerts.empty() && !delegate.running());
+    delegate.resetSels();
+    EXPECT_EQ(delegate.statusText(), "Drag Files or Folders to the Target");
+    EXPECT_FALSE(delegate.okToReset() || delegate.okToStart());
 }
 
 TEST_F(AppDelegateTest, OverwriteQuestionAndItsSuppression) {
-    delegate->setLogPathText(logPath);  // typed, not chosen: the question is asked
-    drop({musicFolder()});
-    delegate->startCancelHit();
-    ASSERT_EQ(platform.alerts.size(), 1u);
-    const AlertRequest& r = platform.alerts[0].request;
-    EXPECT_EQ(r.title, "File Exists");
-    EXPECT_EQ(r.text, "The log file exists.  If you continue the file will be overwritten.");
-    EXPECT_EQ(r.buttons, (std::vector<std::string>{"Continue", "Cancel"}));
-    EXPECT_EQ(r.suppressionTitle, "Do not ask again");
-    EXPECT_EQ(r.style, AlertRequest::Style::Warning);
-    EXPECT_EQ(platform.beeps, 1);
-    // Asking changes nothing.
-    EXPECT_EQ(delegate->startTitle(), "Start");
-    EXPECT_TRUE(delegate->okToStart());
+    delegate.setLogPathText(d.logPath);  // typed, not chosen: the question is asked
+    d.drop({d.music()});
+    delegate.startCancelHit();
+    ASSERT_EQ(d.platform.alerts.size(), 1u);
+    EXPECT_EQ(d.platform.alerts[0].first.title, "File Exists");
+    EXPECT_EQ(d.platform.beeps, 1);
+    EXPECT_TRUE(delegate.okToStart() && !delegate.running());  // asking changes nothing
 
     // Cancel ignores a ticked box.
-    platform.answer(kAlertFirstButtonReturn + 1, true);
+    d.platform.answer(kAlertFirstButtonReturn + 1, true);
     turn();
-    EXPECT_FALSE(delegate->running());
-    EXPECT_TRUE(storedBool("LogPrompt"));
+    EXPECT_TRUE(!delegate.running() && d.stored().boolFromKey("LogPrompt"));
 
-    delegate->startCancelHit();
-    ASSERT_EQ(platform.alerts.size(), 1u);
-    platform.answer(kAlertFirstButtonReturn, true);
-    EXPECT_FALSE(storedBool("LogPrompt"));
-    EXPECT_TRUE(delegate->logPathChosen());
-    turn();
-    EXPECT_TRUE(delegate->running());
-    waitForScan();
+    delegate.startCancelHit();
+    ASSERT_EQ(d.platform.alerts.size(), 1u);
+    d.platform.answer(kAlertFirstButtonReturn, true);
+    EXPECT_TRUE(!d.stored().boolFromKey("LogPrompt") && delegate.logPathChosen());
+    // The scan starts on the next turn of the loop and runs to its end.
+    EXPECT_TRUE(testing::spinUntil([&] { return delegate.statusText().rfind("2 files scanned.", 0) == 0; }));
 
     // Never asked again, although the confirmation ended with the scan.
-    EXPECT_FALSE(delegate->logPathChosen());
-    drop({musicFolder()});
-    delegate->startCancelHit();
-    EXPECT_TRUE(platform.alerts.empty());
-    EXPECT_TRUE(delegate->running());
-    waitForScan();
+    EXPECT_FALSE(delegate.logPathChosen());
+    d.drop({d.music()});
+    delegate.startCancelHit();
+    EXPECT_TRUE(d.platform.alerts.empty() && delegate.running());
+    d.waitForScan();
 }
 
-TEST_F(AppDelegateTest, ScanRunsToDoneAndClearsTheSelection) {
-    chooseLogPath();
-    EXPECT_EQ(platform.savePanelTitles, std::vector<std::string>{"Log File Destination"});
-    EXPECT_EQ(delegate->logPathSetting(), logPath);
-    EXPECT_FALSE(delegate->okToViewLog());  // no log file yet
-    const std::string folder = musicFolder();
-    drop({folder});
-    delegate->storeBool("Cache", true);
-    delegate->storeString("CacheFile", data.path() + "/cache.sqlite");
-    delegate->startCancelHit();  // a chosen path is not questioned
-
-    // Running: Cancel enabled, View Log and Reset disabled, quitting refused.
-    EXPECT_TRUE(platform.alerts.empty());
-    EXPECT_TRUE(delegate->running());
-    EXPECT_EQ(delegate->startTitle(), "Cancel");
-    EXPECT_TRUE(delegate->okToStart());
-    EXPECT_FALSE(delegate->okToViewLog() || delegate->okToReset());
-    EXPECT_FALSE(delegate->applicationShouldTerminate());
-    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
-    EXPECT_EQ(platform.activitiesBegun, 0);  // a scan holds no activity
-    delegate->resetSels();                   // ignored while running
-    EXPECT_EQ(delegate->selection().folders.size(), 1u);
-
+// Start to done through the window: the controls follow the state, quitting
+// is refused while scanning, and the results agree with the log.
+TEST_F(AppDelegateTest, ScanRunsToDoneAndItsResultsAgreeWithTheLog) {
+    d.platform.savePanelAnswer = d.logPath;
+    delegate.promptForPath();
+    EXPECT_EQ(delegate.logPathSetting(), d.logPath);
+    EXPECT_FALSE(delegate.okToViewLog());  // no log file yet
+    const std::string folder = d.music();
+    d.data.write("music/sub/c.wav", std::string("RIFF\x10\0\0\0WAVE", 12));
+    d.drop({folder});
+    EXPECT_TRUE(shown("1 folder selected"));
+    delegate.storeBool("Cache", true);
+    delegate.storeString("CacheFile", d.data.path() + "/cache.sqlite");
     std::vector<std::string> statuses;
-    QObject::connect(delegate.get(), &AppDelegate::stateChanged,
-                     [&] { statuses.push_back(delegate->statusText()); });
-    waitForScan();
+    QObject::connect(&delegate, &AppDelegate::stateChanged,
+                     [&] { statuses.push_back(delegate.statusText()); });
+    button(d.window, "Start")->click();  // a chosen path is not questioned
 
-    const std::string log = readFile(logPath);
-    ASSERT_EQ(log.rfind("Sondrel Version ", 0), 0u) << log;
-    uint64_t problems = 0;  // problem lines start with four spaces
-    for (auto at = log.find("\n    "); at != std::string::npos; at = log.find("\n    ", at + 1)) ++problems;
-    EXPECT_EQ(delegate->statusText(), AppDelegate::doneStatus(2, problems));
+    EXPECT_TRUE(d.platform.alerts.empty() && d.results.isVisible());
+    ASSERT_TRUE(delegate.running() && button(d.window, "Cancel") && button(d.window, "Cancel")->isEnabled());
+    EXPECT_FALSE(button(d.window, "View Log")->isEnabled() || button(d.window, "Reset")->isEnabled());
+    EXPECT_FALSE(d.window.close() || delegate.applicationShouldTerminate());
+    EXPECT_EQ(d.platform.activitiesBegun, 0);               // a scan holds no activity
+    delegate.resetSels();                                   // ignored while running
+    delegate.displayDragStatus();                           // a drop's status shown now,
+    delegate.setLogPathText(d.data.path() + "/./log.txt");  // or a path typed, enables nothing
+    EXPECT_TRUE(delegate.selection().folders.size() == 1 && !delegate.okToReset() && !delegate.okToViewLog());
+    d.waitForScan();
+
+    const std::string log = readFile(d.logPath);
+    std::istringstream in(log);
+    std::string line, text;
+    uint64_t files = 0, problems = 0;  // problem lines start with four spaces
+    for (std::getline(in, line); std::getline(in, line); text += line + "\n")
+        if (!line.empty()) line.rfind("    ", 0) == 0 ? ++problems : ++files;
+    ASSERT_GT(problems, 0u);
+    EXPECT_EQ(delegate.statusText(), AppDelegate::doneStatus(3, problems));
+    EXPECT_TRUE(shown(delegate.statusText()));
     EXPECT_NE(std::find(statuses.begin(), statuses.end(), "Examining folder " + folder), statuses.end());
 
-    // Idle after the scan.
-    EXPECT_EQ(delegate->startTitle(), "Start");
-    EXPECT_FALSE(delegate->okToStart() || delegate->okToReset());
-    EXPECT_TRUE(delegate->okToViewLog());
-    EXPECT_TRUE(delegate->selection().folders.empty() && delegate->selection().files.empty());
-    EXPECT_TRUE(delegate->applicationShouldTerminate());
-    turn();  // the scan is reaped and its result cache written
-    EXPECT_GT(readFile(data.path() + "/cache.sqlite").size(), 0u);
+    const auto& s = delegate.results().summary();
+    const auto sum = [](const auto& c) { return std::accumulate(c.begin(), c.end(), uint64_t(0)); };
+    EXPECT_EQ((std::vector{s.files, sum(s.filesByWorst)}), std::vector<uint64_t>(2, files));
+    EXPECT_EQ(
+        (std::vector{s.problems, sum(s.problemsBySeverity), sum(s.problemsByFormat), sum(s.problemsByCode)}),
+        std::vector<uint64_t>(4, problems));
+    const ResultsModel& m = delegate.results();  // every problem shown is the log's own line
+    for (size_t i = 0; i < m.fileCount(); ++i)
+        for (uint32_t k = 0; k < m.file(i).problemCount; ++k)
+            EXPECT_NE(text.find(std::string(m.message(m.problem(m.file(i).firstProblem + k)))),
+                      std::string::npos);
 
-    delegate->viewLog();
-    ASSERT_EQ(platform.logs.size(), 1u);
-    EXPECT_EQ(platform.logs[0], log);
+    // Idle after the scan.
+    EXPECT_FALSE(delegate.okToStart() || delegate.okToReset() || button(d.window, "Start")->isEnabled());
+    EXPECT_TRUE(delegate.okToViewLog() && button(d.window, "View Log")->isEnabled());
+    EXPECT_TRUE(delegate.selection().folders.empty() && delegate.selection().files.empty() &&
+                delegate.applicationShouldTerminate());
+    turn();  // the scan is reaped and its result cache written
+    EXPECT_GT(readFile(d.data.path() + "/cache.sqlite").size(), 0u);
+    delegate.viewLog();
+    EXPECT_EQ(d.platform.logs, std::vector<std::string>{log});
 
     // Choosing confirmed the path for one scan only: the next one asks.
-    drop({folder});
-    delegate->startCancelHit();
-    EXPECT_EQ(platform.alerts.size(), 1u);
-    EXPECT_FALSE(delegate->running());
+    d.drop({folder});
+    delegate.startCancelHit();
+    EXPECT_EQ(d.platform.alerts.size(), 1u);
+    EXPECT_FALSE(delegate.running());
 }
 
 TEST_F(AppDelegateTest, CancelDisablesTheButtonUntilTheScanStops) {
-    chooseLogPath();
-    drop({musicFolder()});
-    delegate->startCancelHit();
+    delegate.logPathSelected(d.logPath);
+    d.drop({d.music()});
+    delegate.startCancelHit();
     // The scan waits for its first "Examining folder" status, which the event
     // loop has not shown yet, so it cannot have ended.
-    delegate->startCancelHit();
-    EXPECT_TRUE(delegate->running());
-    EXPECT_FALSE(delegate->okToStart());
-    EXPECT_EQ(delegate->startTitle(), "Cancel");
-    delegate->startCancelHit();  // a disabled button does nothing
-    EXPECT_FALSE(delegate->okToStart());
-    EXPECT_FALSE(delegate->applicationShouldTerminate());
-    waitForScan();
-    EXPECT_EQ(delegate->statusText(), "Cancelled");
-    EXPECT_EQ(delegate->startTitle(), "Start");
+    delegate.startCancelHit();
+    EXPECT_TRUE(delegate.running() && !delegate.okToStart() && delegate.startTitle() == "Cancel");
+    delegate.startCancelHit();  // a disabled button does nothing
+    EXPECT_FALSE(delegate.okToStart() || delegate.applicationShouldTerminate());
+    d.waitForScan();
+    EXPECT_EQ(delegate.statusText() + delegate.startTitle(), "CancelledStart");
     // Nothing was analysed: the log holds its first line only.
-    const std::string log = readFile(logPath);
+    const std::string log = readFile(d.logPath);
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
 }
 
 TEST_F(AppDelegateTest, TheLogNeverReplacesFoldersAudioOrForeignFiles) {
-    const std::string folder = musicFolder();
-    platform.savePanelAnswer = folder + "/a.mp3";
-    delegate->promptForPath();
-    ASSERT_EQ(platform.alerts.size(), 1u);
-    EXPECT_EQ(platform.alerts[0].request.title, "Invalid Log File");
-    EXPECT_NE(delegate->logPathSetting(), folder + "/a.mp3") << "the choice is not taken";
+    const std::string folder = d.music();
+    d.platform.savePanelAnswer = folder + "/a.mp3";
+    delegate.promptForPath();
+    ASSERT_EQ(d.platform.alerts.size(), 1u);
+    EXPECT_EQ(d.platform.alerts[0].first.title, "Invalid Log File");
+    EXPECT_NE(delegate.logPathSetting(), folder + "/a.mp3") << "the choice is not taken";
     // Paths typed in the field are checked at Start; the controller stays idle.
-    delegate->storeBool("LogPrompt", false);
-    drop({folder});
-    delegate->setLogPathText(folder);
-    EXPECT_FALSE(delegate->okToViewLog());
-    delegate->startCancelHit();
-    ASSERT_EQ(platform.alerts.size(), 2u);
-    EXPECT_EQ(platform.alerts[1].request.text, "The specified log file is a folder");
-    delegate->setLogPathText(folder + "/notes.txt");
-    delegate->startCancelHit();
-    ASSERT_EQ(platform.alerts.size(), 3u);
-    EXPECT_EQ(platform.alerts[2].request.text,
+    delegate.storeBool("LogPrompt", false);
+    d.drop({folder});
+    for (const std::string& typed : {folder, folder + "/notes.txt"}) {
+        delegate.setLogPathText(typed);
+        delegate.startCancelHit();
+    }
+    ASSERT_EQ(d.platform.alerts.size(), 3u);
+    EXPECT_EQ(d.platform.alerts[1].first.text, "The specified log file is a folder");
+    EXPECT_EQ(d.platform.alerts[2].first.text,
               "The log file exists and is not a log written by this program: " + folder + "/notes.txt");
-    EXPECT_EQ(platform.beeps, 3);
-    EXPECT_FALSE(delegate->running());
-    EXPECT_EQ(delegate->startTitle(), "Start");
-    EXPECT_TRUE(delegate->okToStart());
+    EXPECT_TRUE(d.platform.beeps == 3 && delegate.okToStart() && !delegate.running());
     EXPECT_EQ(readFile(folder + "/notes.txt"), "hello");
 }
 
 TEST_F(AppDelegateTest, ViewLogMenuAndEncodings) {
-    chooseLogPath();
+    delegate.logPathSelected(d.logPath);
     const int other = 0;
-    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));    // no log yet
-    std::ofstream(logPath, std::ios::binary) << "Sondrel Version caf\xe9\n";  // a log, but not UTF-8
-    delegate->promptForPath();
-    EXPECT_TRUE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
-    EXPECT_FALSE(delegate->menuItemEnabled(other));
-    delegate->viewLog();
-    std::ofstream(logPath, std::ios::binary) << "caf\xc3\xa9\n";
-    delegate->viewLog();
-    EXPECT_EQ(platform.logs, (std::vector<std::string>{"Sondrel Version caf\xc3\xa9\n", "caf\xc3\xa9\n"}));
-    delegate->setLogViewerRunning(true);
-    EXPECT_FALSE(delegate->menuItemEnabled(AppDelegate::kViewLogMenuTag));
-    EXPECT_TRUE(delegate->menuItemEnabled(other));
+    EXPECT_FALSE(delegate.menuItemEnabled(AppDelegate::kViewLogMenuTag));       // no log yet
+    std::ofstream(d.logPath, std::ios::binary) << "Sondrel Version caf\xe9\n";  // a log, but not UTF-8
+    delegate.logPathSelected(d.logPath);
+    EXPECT_TRUE(delegate.menuItemEnabled(AppDelegate::kViewLogMenuTag) && !delegate.menuItemEnabled(other));
+    delegate.viewLog();
+    std::ofstream(d.logPath, std::ios::binary) << "caf\xc3\xa9\n";
+    delegate.viewLog();
+    EXPECT_EQ(d.platform.logs, (std::vector<std::string>{"Sondrel Version caf\xc3\xa9\n", "caf\xc3\xa9\n"}));
+    delegate.setLogViewerRunning(true);
+    EXPECT_TRUE(!delegate.menuItemEnabled(AppDelegate::kViewLogMenuTag) && delegate.menuItemEnabled(other));
 }
 
 TEST_F(AppDelegateTest, FirstTimeUsageAndResetWarnings) {
-    delegate->windowDidBecomeMain();
-    ASSERT_EQ(platform.alerts.size(), 1u);
-    const AlertRequest& r = platform.alerts[0].request;
-    EXPECT_EQ(r.title, "First Time Usage");
-    EXPECT_EQ(r.text.substr(0, 46), "Choose a name and location for the log file.\n\n");
-    EXPECT_EQ(r.suppressionTitle, "Do not show this again");
-    EXPECT_EQ(r.style, AlertRequest::Style::Informational);
-    platform.answer(kAlertFirstButtonReturn, true);
-    EXPECT_FALSE(storedBool("FirstTimeUsage"));
-    delegate->windowDidBecomeMain();  // once per run
-    EXPECT_TRUE(platform.alerts.empty());
+    delegate.windowDidBecomeMain();
+    ASSERT_EQ(d.platform.alerts.size(), 1u);
+    EXPECT_EQ(d.platform.alerts[0].first.title, "First Time Usage");
+    d.platform.answer(kAlertFirstButtonReturn, true);
+    EXPECT_FALSE(d.stored().boolFromKey("FirstTimeUsage"));
+    delegate.windowDidBecomeMain();  // once per run
+    EXPECT_TRUE(d.platform.alerts.empty());
 
-    delegate->storeBool("LogPrompt", false);
-    delegate->resetWarnings();
-    EXPECT_TRUE(storedBool("FirstTimeUsage"));
-    EXPECT_TRUE(storedBool("LogPrompt"));
+    delegate.storeBool("LogPrompt", false);
+    delegate.resetWarnings();
+    EXPECT_TRUE(d.stored().boolFromKey("FirstTimeUsage") && d.stored().boolFromKey("LogPrompt"));
 }
 
 }  // namespace
