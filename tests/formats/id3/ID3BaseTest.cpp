@@ -8,17 +8,8 @@
 namespace sondrel {
 namespace {
 
-using fixtures::ByteBuilder;
-using fixtures::concat;
-using fixtures::id3Footer;
-using fixtures::id3Frame;
-using fixtures::ID3Size;
-using fixtures::id3Tag;
-using fixtures::id3Text;
-using fixtures::line;
-using fixtures::mpegAudio;
-using testing::framing;
-using testing::readTag;
+using namespace fixtures;
+using namespace testing;
 using namespace std::string_view_literals;
 
 // A frame whose decoder always reports at its own offset: a title with a

@@ -11,14 +11,8 @@
 namespace sondrel {
 namespace {
 
-using fixtures::ByteBuilder;
-using fixtures::concat;
-using fixtures::id3Frame;
-using fixtures::id3Tag;
-using fixtures::id3Text;
-using fixtures::mpegAudio;
-using testing::ReadResult;
-using testing::readTag;
+using namespace fixtures;
+using namespace testing;
 using namespace std::string_view_literals;
 
 // The first frame of a tag at file offset 0 stands at 10.

@@ -80,9 +80,7 @@ TEST(MP3FrameScan, EveryBlockSizeGivesTheWholeRangeResult) {
     EXPECT_EQ(whole.result.firstHeader, 6u);  // FF FB 00: free format is no start
     EXPECT_TRUE(whole.result.vbr);
     EXPECT_GT(whole.result.frames, 300u);
-    for (uint64_t block :
-         {uint64_t(1), uint64_t(59), uint64_t(60), uint64_t(61), uint64_t(64), uint64_t(100), uint64_t(417),
-          uint64_t(418), uint64_t(1000), uint64_t(4096), MpegFrameScanner::kBlockSize}) {
+    for (uint64_t block : {1, 59, 60, 61, 64, 100, 417, 418, 1000, 4096, int(MpegFrameScanner::kBlockSize)}) {
         SCOPED_TRACE(block);
         ScanRun blocked = scan(data, block);
         EXPECT_TRUE(blocked == whole);
