@@ -59,11 +59,10 @@ TEST(AiffTag, HeaderSizeAndWalkEnd) {
 }
 
 TEST(AiffTag, CommRules) {
-    const Bytes negativeZero = ByteBuilder().be16(0x8000).be64(0).take();
-    const Bytes tiny = ByteBuilder().be16(0).be64(1).take();
-    const Bytes smallest = ByteBuilder().be16(16383 + 63 - 1137).be64(1ull << 63).take();
-    const Bytes huge = ByteBuilder().be16(0x7ffe).be64(1ull << 63).take();
-    const Bytes nan = ByteBuilder().be16(0x7fff).be64(0xC000000000000000).take();
+    // A COMM whose 80-bit rate has this sign and exponent word and this mantissa.
+    auto rate = [](uint32_t exponent, uint64_t mantissa) {
+        return aiffForm({iffChunk("COMM", aiffCommBody(ByteBuilder().be16(exponent).be64(mantissa))), kSsnd});
+    };
     const Bytes aifcComm =
         concat({aiffCommBody(extended80(48000)), ByteBuilder().str("NONE").u8(0).u8(0).take()});
     expectLogs(
@@ -73,16 +72,14 @@ TEST(AiffTag, CommRules) {
              line(12, "Fatal", "Missing COMM chunk")},
             {"no room for a chunk", ByteBuilder().str("FORM").be32(12).str("AIFF").str("SSND").be32(0).take(),
              line(20, "Fatal", "Missing COMM chunk")},
-            {"negative zero", aiffForm({iffChunk("COMM", aiffCommBody(negativeZero)), kSsnd}),
-             line(12, "Container", "The sample rate is 0")},
+            {"negative zero", rate(0x8000, 0), line(12, "Container", "The sample rate is 0")},
             // The smallest denormal is 0 as a double; a rate beyond a double's range is not.
-            {"denormal rate", aiffForm({iffChunk("COMM", aiffCommBody(tiny)), kSsnd}),
-             line(12, "Container", "The sample rate is 0")},
-            {"huge rate", aiffForm({iffChunk("COMM", aiffCommBody(huge)), kSsnd}), ""},
+            {"denormal rate", rate(0, 1), line(12, "Container", "The sample rate is 0")},
+            {"huge rate", rate(0x7ffe, 1ull << 63), ""},
             // 2^-1074, the smallest double above 0 (exponent bias 16383, 63 fraction bits).
-            {"smallest rate", aiffForm({iffChunk("COMM", aiffCommBody(smallest)), kSsnd}), ""},
+            {"smallest rate", rate(16383 + 63 - 1137, 1ull << 63), ""},
             // Only an exact zero counts: a rate that is not a number passes.
-            {"NaN rate", aiffForm({iffChunk("COMM", aiffCommBody(nan)), kSsnd}), ""},
+            {"NaN rate", rate(0x7fff, 0xC000000000000000), ""},
             {"AIFF-C COMM", aiffForm({iffChunk("COMM", aifcComm), kSsnd}, "AIFC"), ""},
         });
 }
