@@ -96,10 +96,6 @@ TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
             .items({apeItem("Title", "Song"), apeItem("Cover Art (Front)", Bytes{'c', 0, 1, 2}, kItemBinary)})
             .headerFlag()
             .writeHeader());
-    chunked::DsfLayout dsf;
-    dsf.blockSize = 24;
-    dsf.sampleCount = 2822400;
-    dsf.tag = id3;
     const struct {
         const char* name;
         Bytes file;
@@ -118,7 +114,7 @@ TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
         {"x.dff", dffFile({dffStandardProps("DST "), dffDstChunk(2), iff64Chunk("id3 ", id3)}), true},
         {"x.aiff", chunked::aiffForm({chunked::aiffComm(), chunked::aiffSsnd(15), iffChunk("ID3 ", id3)}),
          true},
-        {"x.dsf", chunked::dsfFile(dsf), true},
+        {"x.dsf", chunked::dsfFile({.blockSize = 24, .sampleCount = 2822400, .tag = id3}), true},
         {"x.ape", concat({id3Tag(3, {}, 0, 20), macHeaderOld(3970), Bytes(50, 1), ape, id3v1Tag()}), false},
         {"x.m4a",
          mp4::m4aFile({mp4::textItem("\251nam", "Title"), mp4::rdnsItem("MOOD", "calm"),

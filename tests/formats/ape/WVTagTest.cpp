@@ -38,8 +38,7 @@ TEST(WVTag, BlockChain) {
     // 32 bytes before that point.
     const Bytes first = wvBlock(Block().blockSize(56).flags(kRate));  // next block at 64
     const Bytes title = apeItem("Title", "Song");
-    Bytes longBlock = wvBlock(Block().blockSize(1000).flags(kRate));
-    longBlock.resize(64);
+    const Bytes longBlock = truncated(wvBlock(Block().blockSize(1000).flags(kRate)), 64);
     expectLogs(
         "x.wv",
         {

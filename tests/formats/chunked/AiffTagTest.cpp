@@ -30,10 +30,6 @@ const Bytes kSsnd = aiffSsnd(16);
 TEST(AiffTag, HeaderSizeAndWalkEnd) {
     Bytes riff = aiffForm({kComm, kSsnd});
     std::copy_n("RIFF", 4, riff.begin());
-    Bytes wrongType = aiffForm({kComm, kSsnd}, "WAVE");
-    wrongType.resize(wrongType.size() + 2);
-    Bytes plusOne = aiffForm({kComm, kSsnd});
-    plusOne.push_back(0);
     expectLogs("x.aiff",
                {
                    {"too small", Bytes(10, 'F'), line(0, "Fatal", "Invalid file size")},
@@ -41,9 +37,10 @@ TEST(AiffTag, HeaderSizeAndWalkEnd) {
                     line(0, "Fatal", "Insufficient data to contain a valid AIFF file")},
                    {"not FORM", riff, line(0, "Fatal", "Missing FORM chunk")},
                    // The size is judged before the form type.
-                   {"size before type", wrongType, sizeLine(62, 64) + line(0, "Fatal", "Invalid FORM type")},
+                   {"size before type", concat({aiffForm({kComm, kSsnd}, "WAVE"), Bytes(2)}),
+                    sizeLine(62, 64) + line(0, "Fatal", "Invalid FORM type")},
                    {"AIFC", aiffForm({kComm, kSsnd}, "AIFC"), ""},
-                   {"one trailing byte", plusOne, ""},
+                   {"one trailing byte", concat({aiffForm({kComm, kSsnd}), Bytes(1)}), ""},
                    // An odd last chunk whose pad byte the FORM size leaves out.
                    {"uncounted pad", patchedBE32(aiffForm({kComm, aiffSsnd(15)}), 4, 61), ""},
                    // Without its pad byte at the very end: no overflow, but the

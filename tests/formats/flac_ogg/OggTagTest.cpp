@@ -43,10 +43,7 @@ TEST(OggTag, IdentificationAndCommentPackets) {
     const std::string insufficient = line(0, "Fatal", "Insufficient data for Ogg identification packet");
     const uint64_t second = ogg({kVorbisHead}).size();
     const uint64_t opusSecond = ogg({kOpusHead}).size();
-    Bytes shortVorbis = vorbisIdentification();
-    shortVorbis.resize(29);
-    Bytes shortOpus = opusHead();
-    shortOpus.resize(18);
+    const Bytes shortVorbis = truncated(vorbisIdentification(), 29), shortOpus = truncated(opusHead(), 18);
     // A comment packet running on into the next page counts as empty.
     const Bytes longComment = vorbisCommentPacket("v", {std::string(600, 'a')});
     OggStreamBuilder split;

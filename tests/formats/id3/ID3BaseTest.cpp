@@ -53,8 +53,7 @@ TEST(ID3Header, VersionRevisionAndFlagRules) {
         {"v2.4 undefined bit", id3Tag(4, id3Frame("TIT2", id3Text("T"), 4), 0x01), badFlags},
     });
     const Bytes whole = id3Tag(3, title, 0, 40);
-    const Bytes truncated(whole.begin(), whole.end() - 10);
-    EXPECT_EQ(readTag(truncated).log, framing(0, "ID3 tag overflows the file"));
+    EXPECT_EQ(readTag(truncated(whole, whole.size() - 10)).log, framing(0, "ID3 tag overflows the file"));
 }
 
 TEST(ID3Header, ExtendedHeaders) {

@@ -66,10 +66,7 @@ Bytes mixedStream() {
     }
     for (int i = 0; i < 40; ++i) b.bytes(mpegFrame(kMpeg2, mpegRealLength(kMpeg2)));
     b.bytes(mpegFrames({.layer = 1, .bitrate = 448, .samplerate = 32000}, 30));
-    Bytes last = mpegFrame(kCBR);
-    last.resize(30);
-    b.bytes(last);
-    return b.take();
+    return b.bytes(truncated(mpegFrame(kCBR), 30)).take();
 }
 
 TEST(MP3FrameScan, EveryBlockSizeGivesTheWholeRangeResult) {
