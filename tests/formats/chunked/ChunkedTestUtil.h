@@ -40,9 +40,7 @@ inline Bytes cleanTag() {
     return id3Tag(3, concat({id3Frame("TIT2", id3Text("Title")), id3Frame("TPE1", id3Text("Artist"))}), 0, 6);
 }
 inline Bytes badVersionTag() {
-    Bytes t = cleanTag();
-    t[3] = 5;
-    return t;
+    return patched(cleanTag(), {{3, 5, 1}});
 }
 // A 26-byte tag (even) that the reader announces by its experimental flag.
 inline Bytes experimentalTag() {
