@@ -86,12 +86,8 @@ TEST(FlacTag, PictureFraming) {
         flacBlock(kFlacPicture, ByteBuilder().be32(3).be32(1000).str("image").take()),
         flacBlock(kFlacPicture, ByteBuilder().be32(3).be32(3).str("a/b").be32(99).str("x").take()),
         flacBlock(kFlacApplication, Bytes{1, 2})};
-    std::vector<uint64_t> at;
-    uint64_t pos = 4 + 38;
-    for (const auto& b : blocks) {
-        at.push_back(pos + 4);
-        pos += b.size();
-    }
+    std::vector<uint64_t> at{4 + 38 + 4};  // where each block's data starts
+    for (const auto& b : blocks) at.push_back(at.back() + b.size());
     const std::string overflows = "Artwork block overflows";
     EXPECT_EQ(problemsFor("x.flac", flacFile(blocks)),
               line(at[1], "Framing", overflows) +
