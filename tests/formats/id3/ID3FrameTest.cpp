@@ -15,12 +15,10 @@ using namespace fixtures;
 using namespace testing;
 using namespace std::string_view_literals;
 
-// The first frame of a tag at file offset 0 stands at 10.
-std::string at10(std::string_view id, std::string_view reason) {
-    return fmt::format("    {:012}  Framing: ID3 '{}' frame: {}\n", 10, id, reason);
-}
-std::string at10(std::string_view id, std::string_view first, std::string_view second) {
-    return at10(id, first) + at10(id, second);
+// The first frame of a tag at file offset 0 stands at 10: one line per reason.
+template <typename... Reasons>
+std::string at10(std::string_view id, const Reasons&... reasons) {
+    return (fmt::format("    {:012}  Framing: ID3 '{}' frame: {}\n", 10, id, reasons) + ...);
 }
 
 // A little padding lets the last frame have an empty body (the walk wants a
