@@ -88,7 +88,7 @@ TEST(Corpus, EveryFileIsCheckedQuicklyWithASensibleVerdict) {
 // checked to the end; in the formats that declare their size the whole file
 // is clean and every prefix short of it draws a problem (in MPEG-4 the last atom is cut or
 // a top-level atom is missing).
-TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
+TEST(Robustness, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
     const Bytes id3 =
         id3Tag(3, concat({id3TextFrame(3, "TIT2", "Title"), id3TextFrame(3, "TPE1", "Artist")}), 0, 6);
     const Bytes ape = apeTag(
