@@ -18,9 +18,8 @@ namespace sondrel::fixtures::chunkedtest {
 // The size finding of WAV ("RIFF"/"RF64" kind), AIFF and DSDIFF (no kind).
 inline std::string sizeLine(uint64_t declared, uint64_t adjusted, const std::string& kind = "") {
     return line(0, "Container",
-                "The " + (kind.empty() ? "" : kind + " ") + "contained file size of " +
-                    std::to_string(declared) + " does not represent the adjusted file size of " +
-                    std::to_string(adjusted));
+                fmt::format("The {}contained file size of {} does not represent the adjusted file size of {}",
+                            kind.empty() ? "" : kind + " ", declared, adjusted));
 }
 
 // A copy of `b` with little-endian values of `width` bytes written over it.
