@@ -160,12 +160,9 @@ TEST(ID3Walk, WholeTagUnsynchronisation) {
     // counts the body without it.
     const Bytes frame = ByteBuilder().str("TIT2").be32(5).be16(0).bytes({0, 'A', 0xFF, 0, 'B', 0}).take();
     auto r = readTag(withAudio(id3Tag(3, frame, 0x80)));
-    EXPECT_EQ(r.log, framing(10, kMarker));
-    EXPECT_EQ(r.reader->sizeOfTag(), 15u);
     ASSERT_NE(r.item(field::Title), nullptr);
-    EXPECT_EQ(r.item(field::Title)->value,
-              "A\u00FF"
-              "B");
+    EXPECT_EQ(std::tuple(r.log, r.reader->sizeOfTag(), r.item(field::Title)->value),
+              std::tuple(framing(10, kMarker), 15u, "A\u00FFB"));
     // v2.2 is compacted as a whole like v2.3.
     const Bytes v22 = ByteBuilder().str("TT2").be24(5).bytes({0, 'A', 0xFF, 0, 'B', 0}).take();
     EXPECT_EQ(readTag(withAudio(id3Tag(2, v22, 0x80))).log, framing(10, kMarker));
