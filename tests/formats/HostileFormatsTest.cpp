@@ -6,14 +6,13 @@
 // hostile-shape test on the command line.)
 #include <gtest/gtest.h>
 
-#include <fmt/format.h>
-
 #include <functional>
 
 #include "tests/fixtures/AiffBuilder.h"
 #include "tests/fixtures/ApeBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/DffBuilder.h"
+#include "tests/fixtures/LogCases.h"
 #include "tests/fixtures/MpegBuilder.h"
 
 namespace sondrel::fixtures {
@@ -27,9 +26,6 @@ Bytes times(const Bytes& unit, size_t n) {
 Bytes dffWith(const Bytes& properties, const Bytes& chunks) {
     return dffFile({dffPropChunk({dffFsProperty(), dffChnlProperty(), dffCmprProperty(), properties}),
                     dffDsdChunk(), chunks});
-}
-std::string line(uint64_t offset, const std::string& text) {
-    return fmt::format("    {:012}  {}\n", offset, text);
 }
 
 TEST(HostileFormats, OneBudgetLineJustPastTheBudget) {
@@ -50,15 +46,15 @@ TEST(HostileFormats, OneBudgetLineJustPastTheBudget) {
              return chunked::aiffForm({chunked::aiffComm(), chunked::aiffSsnd(), iffChunk("ID3 ", tag),
                                        times(iffChunk("ID3 ", {}), n)});
          },
-         1001, line(100, "Container: Multiple ID3 chunks"),
-         line(100 + 999 * 8, "Fatal: Too many ID3 chunks: the check stopped after 1000 ID3 chunks")},
+         1001, line(100, "Container", "Multiple ID3 chunks"),
+         line(100 + 999 * 8, "Fatal", "Too many ID3 chunks: the check stopped after 1000 ID3 chunks")},
         {"dff chunks", "a.dff", [&](size_t n) { return dffWith({}, times(junk12, n)); }, 1000000, "",
-         line(194 + 999999 * 12, "Fatal: Too many chunks: the check stopped after 1000000 chunks")},
+         line(194 + 999999 * 12, "Fatal", "Too many chunks: the check stopped after 1000000 chunks")},
         {"dff properties", "a.dff", [&](size_t n) { return dffWith(times(junk12, n), {}); }, 1000000, "",
-         line(118 + 999997 * 12, "Fatal: Too many properties: the check stopped after 1000000 properties")},
+         line(118 + 999997 * 12, "Fatal", "Too many properties: the check stopped after 1000000 properties")},
         {"wv blocks", "a.wv",
          [](size_t n) { return times(wvBlock(WvBlockSpec().blockSize(24).flags(kWvRate44100)), n); }, 100001,
-         "", line(100000 * 32, "Fatal: Too many blocks: the check stopped after 100000 blocks")},
+         "", line(100000 * 32, "Fatal", "Too many blocks: the check stopped after 100000 blocks")},
     };
     for (const Shape& s : shapes) {
         SCOPED_TRACE(s.name);
@@ -72,14 +68,17 @@ TEST(HostileFormats, OneBudgetLineJustPastTheBudget) {
 // passed over; the frames after it are still found where the tag says.
 TEST(HostileFormats, AnID3TagOverTheBudgetIsNamedAndPassedOver) {
     const uint32_t size = 64 * 1024 * 1024 + 2;
-    Bytes file = ByteBuilder().str("ID3").bytes({3, 0, 0}).synchsafe32(size).take();
-    file.resize(10 + size);
-    const Bytes frames = mpegFrames(MpegSpec{}, 3);
-    file.insert(file.end(), frames.begin(), frames.end());
+    const Bytes file = ByteBuilder()
+                           .str("ID3")
+                           .bytes({3, 0, 0})
+                           .synchsafe32(size)
+                           .zeros(size)
+                           .bytes(mpegFrames({}, 3))
+                           .take();
     EXPECT_EQ(problemsFor("a.mp3", file),
-              line(0,
-                   "Fatal: ID3 tag of 67108876 bytes is larger than the 67108864 bytes this check reads; "
-                   "it was not checked"));
+              line(0, "Fatal",
+                   "ID3 tag of 67108876 bytes is larger than the 67108864 bytes this check reads; it was not "
+                   "checked"));
 }
 
 }  // namespace

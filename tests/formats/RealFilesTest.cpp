@@ -4,6 +4,7 @@
 // ID3 tag those lines are left out.
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -13,14 +14,6 @@ namespace sondrel {
 namespace {
 
 using namespace fixtures;
-
-std::string withoutTrailingNils(const std::string& log) {
-    std::string kept, l;
-    std::istringstream in(log);
-    while (std::getline(in, l))
-        if (l.find("redundant trailing nil(s)") == std::string::npos) kept += l + "\n";
-    return kept;
-}
 
 TEST(RealFiles, EncodersAndTaggersWriteCleanFiles) {
     if (!haveTool("sox") || !haveTool("ffmpeg")) GTEST_SKIP() << "sox or ffmpeg is not installed";
@@ -93,7 +86,8 @@ TEST(RealFiles, EncodersAndTaggersWriteCleanFiles) {
             for (size_t at; (at = command.find(from)) != std::string::npos;) command.replace(at, 2, to);
         ASSERT_TRUE(run(command + " </dev/null >/dev/null 2>&1")) << command;
         const std::string log = problemsForFile(dir.path() + "/" + r.name);
-        EXPECT_EQ(r.id3 ? withoutTrailingNils(log) : log, "");
+        EXPECT_EQ(r.id3 ? std::regex_replace(log, std::regex(".*redundant trailing nil\\(s\\)\n"), "") : log,
+                  "");
     }
 }
 

@@ -15,6 +15,7 @@
 
 #include "tests/fixtures/AiffBuilder.h"
 #include "tests/fixtures/ApeBuilder.h"
+#include "tests/fixtures/AtomBuilder.h"
 #include "tests/fixtures/CheckHelpers.h"
 #include "tests/fixtures/DffBuilder.h"
 #include "tests/fixtures/DsfBuilder.h"
@@ -84,9 +85,10 @@ TEST(Corpus, EveryFileIsCheckedQuicklyWithASensibleVerdict) {
 }
 
 // Every prefix of a well-formed file and the file with each byte flipped are
-// checked to the end; in the formats that declare their size every prefix
-// short of the whole file draws a problem.
-TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
+// checked to the end; in the formats that declare their size the whole file
+// is clean and every prefix short of it draws a problem (in MPEG-4 the last atom is cut or
+// a top-level atom is missing).
+TEST(Robustness, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
     const Bytes id3 =
         id3Tag(3, concat({id3TextFrame(3, "TIT2", "Title"), id3TextFrame(3, "TPE1", "Artist")}), 0, 6);
     const Bytes ape = apeTag(
@@ -94,9 +96,6 @@ TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
             .items({apeItem("Title", "Song"), apeItem("Cover Art (Front)", Bytes{'c', 0, 1, 2}, kItemBinary)})
             .headerFlag()
             .writeHeader());
-    chunked::DsfLayout dsf;
-    dsf.blockSize = 24;
-    dsf.tag = id3;
     const struct {
         const char* name;
         Bytes file;
@@ -115,8 +114,13 @@ TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
         {"x.dff", dffFile({dffStandardProps("DST "), dffDstChunk(2), iff64Chunk("id3 ", id3)}), true},
         {"x.aiff", chunked::aiffForm({chunked::aiffComm(), chunked::aiffSsnd(15), iffChunk("ID3 ", id3)}),
          true},
-        {"x.dsf", chunked::dsfFile(dsf), true},
+        {"x.dsf", chunked::dsfFile({.blockSize = 24, .sampleCount = 2822400, .tag = id3}), true},
         {"x.ape", concat({id3Tag(3, {}, 0, 20), macHeaderOld(3970), Bytes(50, 1), ape, id3v1Tag()}), false},
+        {"x.m4a",
+         mp4::m4aFile({mp4::textItem("\251nam", "Title"), mp4::rdnsItem("MOOD", "calm"),
+                       mp4::box("covr", {mp4::data(13, Bytes(20, 0xFF))}),
+                       mp4::box("trkn", {mp4::data(0, Bytes(8, 0))})}),
+         true},
         {"x.wv",
          concat({wvBlock(WvBlockSpec().flags(kWvRate44100).totalSamples(0xFFFFFFFF)),
                  wvBlock(WvBlockSpec().blockIndex(4)), ape}),
@@ -124,6 +128,9 @@ TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
     };
     for (const auto& [name, whole, cutsReported] : files) {
         SCOPED_TRACE(name);
+        if (cutsReported) {
+            EXPECT_EQ(problemsFor(name, whole), "");
+        }
         for (size_t n = 0; n < whole.size(); ++n) {
             const std::string log =
                 problemsFor(name, Bytes(whole.begin(), whole.begin() + std::ptrdiff_t(n)));
@@ -132,9 +139,11 @@ TEST(Corpus, TruncatedAndFlippedFilesAreCheckedToTheEnd) {
             }
         }
         for (size_t i = 0; i < whole.size(); ++i) {
-            Bytes flipped = whole;
-            flipped[i] ^= 0xFF;
-            problemsFor(name, flipped);
+            for (uint8_t mask : {0x01, 0x80, 0xFF}) {
+                Bytes flipped = whole;
+                flipped[i] ^= mask;
+                problemsFor(name, flipped);
+            }
         }
     }
 }

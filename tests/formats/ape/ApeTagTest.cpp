@@ -12,10 +12,6 @@ namespace {
 
 using namespace fixtures;
 
-Bytes truncated(Bytes b, size_t n) {
-    b.resize(n);
-    return b;
-}
 Bytes tagWith(std::vector<Bytes> items) {
     return apeTag(ApeTagSpec().items(items));
 }

@@ -24,16 +24,21 @@ const std::string kNoAudioInfo = line(0, "Cannot locate audio information");
 const std::string kInvalidVersion = "Invalid codec version";
 const std::string kNoMarker = "Missing 'wvpk' header";
 
-// Blocks are walked up to the first one marked final; the flags are those of
-// the latest block with non-zero flags, so an unknown rate carries over. A
-// bad block ends the walk; alone, it leaves the block index at 1, and the
-// end search finds the block itself.
+// Blocks are walked up to the first one marked final, or to where an APE
+// tag begins; the flags are those of the latest block with non-zero flags,
+// so an unknown rate carries over. A bad block ends the walk; alone, it
+// leaves the block index at 1, and the end search finds the block itself.
 TEST(WVTag, BlockChain) {
     Bytes other = concat({wvBlock(Block()), apeTag(ApeTagSpec().items({apeItem("", "x")}))});
     other[0] = 'W';  // neither blocks nor the APE tag are examined
     Bytes broken = concat({wvBlock(Block().flags(kRate).blockIndex(5)), wvBlock(Block()), Bytes(64, 0)});
     broken[64] = 'x';  // a broken chain ends the checks at once, without the end search
     const uint32_t unknown = kWvRateUnknown;
+    // The stream ends where the APE tag begins: a next block header needs its
+    // 32 bytes before that point.
+    const Bytes first = wvBlock(Block().blockSize(56).flags(kRate));  // next block at 64
+    const Bytes title = apeItem("Title", "Song");
+    const Bytes longBlock = truncated(wvBlock(Block().blockSize(1000).flags(kRate)), 64);
     expectLogs(
         "x.wv",
         {
@@ -50,33 +55,21 @@ TEST(WVTag, BlockChain) {
                      wvBlock(Block().flags(kRate | kWvFinal)), wvBlock(Block().flags(unknown | kWvFinal))}),
              line(0, "The sample rate is unknown") + line(108, "The sample rate is unknown")},
             {"broken chain", broken, line(64, kNoMarker)},
+            {"32 bytes before the tag",
+             concat({first, Bytes(32, 0), apeTag(ApeTagSpec().items({title, apeItem("", "x")}))}),
+             line(64, kNoMarker) + line(96 + title.size(), "Tag Item key is empty")},
+            // A header in front of items, or one the footer does not
+            // announce, does not shorten the stream.
+            {"header before items",
+             concat({first, apeTag(ApeTagSpec().items({title}).headerFlag(true).writeHeader(true))}),
+             line(64, kNoMarker)},
+            {"header not announced", concat({first, apeTag(ApeTagSpec().writeHeader(true))}),
+             line(64, kNoMarker)},
+            // An item area before the file's start leaves the stream unbounded.
+            {"item area before the file",
+             concat({longBlock, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(5000))}),
+             line(0, "Read error") + line(1008, "Read error")},
         });
-}
-
-// The stream ends where the APE tag begins: a next block header needs its 32
-// bytes before that point.
-TEST(WVTag, ApeTagStartEndsTheStream) {
-    const Bytes first = wvBlock(Block().blockSize(56).flags(kRate));  // next block at 64
-    const Bytes title = apeItem("Title", "Song");
-    const Bytes tail = apeTag(ApeTagSpec().items({title, apeItem("", "x")}));
-    Bytes longBlock = wvBlock(Block().blockSize(1000).flags(kRate));
-    longBlock.resize(64);
-    expectLogs("x.wv",
-               {
-                   {"32 bytes before the tag", concat({first, Bytes(32, 0), tail}),
-                    line(64, kNoMarker) + line(96 + title.size(), "Tag Item key is empty")},
-                   // A header in front of items, or one the footer does not
-                   // announce, does not shorten the stream.
-                   {"header before items",
-                    concat({first, apeTag(ApeTagSpec().items({title}).headerFlag(true).writeHeader(true))}),
-                    line(64, kNoMarker)},
-                   {"header not announced", concat({first, apeTag(ApeTagSpec().writeHeader(true))}),
-                    line(64, kNoMarker)},
-                   // An item area before the file's start leaves the stream unbounded.
-                   {"item area before the file",
-                    concat({longBlock, apeTag(ApeTagSpec().items({apeItem("", "x")}).tagSize(5000))}),
-                    line(0, "Read error") + line(1008, "Read error")},
-               });
 }
 
 // A first block with index 0 and a known count needs no search; otherwise

@@ -30,10 +30,6 @@ const Bytes kSsnd = aiffSsnd(16);
 TEST(AiffTag, HeaderSizeAndWalkEnd) {
     Bytes riff = aiffForm({kComm, kSsnd});
     std::copy_n("RIFF", 4, riff.begin());
-    Bytes wrongType = aiffForm({kComm, kSsnd}, "WAVE");
-    wrongType.resize(wrongType.size() + 2);
-    Bytes plusOne = aiffForm({kComm, kSsnd});
-    plusOne.push_back(0);
     expectLogs("x.aiff",
                {
                    {"too small", Bytes(10, 'F'), line(0, "Fatal", "Invalid file size")},
@@ -41,9 +37,10 @@ TEST(AiffTag, HeaderSizeAndWalkEnd) {
                     line(0, "Fatal", "Insufficient data to contain a valid AIFF file")},
                    {"not FORM", riff, line(0, "Fatal", "Missing FORM chunk")},
                    // The size is judged before the form type.
-                   {"size before type", wrongType, sizeLine(62, 64) + line(0, "Fatal", "Invalid FORM type")},
+                   {"size before type", concat({aiffForm({kComm, kSsnd}, "WAVE"), Bytes(2)}),
+                    sizeLine(62, 64) + line(0, "Fatal", "Invalid FORM type")},
                    {"AIFC", aiffForm({kComm, kSsnd}, "AIFC"), ""},
-                   {"one trailing byte", plusOne, ""},
+                   {"one trailing byte", concat({aiffForm({kComm, kSsnd}), Bytes(1)}), ""},
                    // An odd last chunk whose pad byte the FORM size leaves out.
                    {"uncounted pad", patchedBE32(aiffForm({kComm, aiffSsnd(15)}), 4, 61), ""},
                    // Without its pad byte at the very end: no overflow, but the
@@ -59,11 +56,10 @@ TEST(AiffTag, HeaderSizeAndWalkEnd) {
 }
 
 TEST(AiffTag, CommRules) {
-    const Bytes negativeZero = ByteBuilder().be16(0x8000).be64(0).take();
-    const Bytes tiny = ByteBuilder().be16(0).be64(1).take();
-    const Bytes smallest = ByteBuilder().be16(16383 + 63 - 1137).be64(1ull << 63).take();
-    const Bytes huge = ByteBuilder().be16(0x7ffe).be64(1ull << 63).take();
-    const Bytes nan = ByteBuilder().be16(0x7fff).be64(0xC000000000000000).take();
+    // A COMM whose 80-bit rate has this sign and exponent word and this mantissa.
+    auto rate = [](uint32_t exponent, uint64_t mantissa) {
+        return aiffForm({iffChunk("COMM", aiffCommBody(ByteBuilder().be16(exponent).be64(mantissa))), kSsnd});
+    };
     const Bytes aifcComm =
         concat({aiffCommBody(extended80(48000)), ByteBuilder().str("NONE").u8(0).u8(0).take()});
     expectLogs(
@@ -73,16 +69,14 @@ TEST(AiffTag, CommRules) {
              line(12, "Fatal", "Missing COMM chunk")},
             {"no room for a chunk", ByteBuilder().str("FORM").be32(12).str("AIFF").str("SSND").be32(0).take(),
              line(20, "Fatal", "Missing COMM chunk")},
-            {"negative zero", aiffForm({iffChunk("COMM", aiffCommBody(negativeZero)), kSsnd}),
-             line(12, "Container", "The sample rate is 0")},
+            {"negative zero", rate(0x8000, 0), line(12, "Container", "The sample rate is 0")},
             // The smallest denormal is 0 as a double; a rate beyond a double's range is not.
-            {"denormal rate", aiffForm({iffChunk("COMM", aiffCommBody(tiny)), kSsnd}),
-             line(12, "Container", "The sample rate is 0")},
-            {"huge rate", aiffForm({iffChunk("COMM", aiffCommBody(huge)), kSsnd}), ""},
+            {"denormal rate", rate(0, 1), line(12, "Container", "The sample rate is 0")},
+            {"huge rate", rate(0x7ffe, 1ull << 63), ""},
             // 2^-1074, the smallest double above 0 (exponent bias 16383, 63 fraction bits).
-            {"smallest rate", aiffForm({iffChunk("COMM", aiffCommBody(smallest)), kSsnd}), ""},
+            {"smallest rate", rate(16383 + 63 - 1137, 1ull << 63), ""},
             // Only an exact zero counts: a rate that is not a number passes.
-            {"NaN rate", aiffForm({iffChunk("COMM", aiffCommBody(nan)), kSsnd}), ""},
+            {"NaN rate", rate(0x7fff, 0xC000000000000000), ""},
             {"AIFF-C COMM", aiffForm({iffChunk("COMM", aifcComm), kSsnd}, "AIFC"), ""},
         });
 }

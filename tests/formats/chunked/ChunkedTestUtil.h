@@ -18,9 +18,8 @@ namespace sondrel::fixtures::chunkedtest {
 // The size finding of WAV ("RIFF"/"RF64" kind), AIFF and DSDIFF (no kind).
 inline std::string sizeLine(uint64_t declared, uint64_t adjusted, const std::string& kind = "") {
     return line(0, "Container",
-                "The " + (kind.empty() ? "" : kind + " ") + "contained file size of " +
-                    std::to_string(declared) + " does not represent the adjusted file size of " +
-                    std::to_string(adjusted));
+                fmt::format("The {}contained file size of {} does not represent the adjusted file size of {}",
+                            kind.empty() ? "" : kind + " ", declared, adjusted));
 }
 
 // A copy of `b` with little-endian values of `width` bytes written over it.
@@ -40,9 +39,7 @@ inline Bytes cleanTag() {
     return id3Tag(3, concat({id3Frame("TIT2", id3Text("Title")), id3Frame("TPE1", id3Text("Artist"))}), 0, 6);
 }
 inline Bytes badVersionTag() {
-    Bytes t = cleanTag();
-    t[3] = 5;
-    return t;
+    return patched(cleanTag(), {{3, 5, 1}});
 }
 // A 26-byte tag (even) that the reader announces by its experimental flag.
 inline Bytes experimentalTag() {

@@ -50,30 +50,27 @@ TEST(DffTag, StructureAndFixedStart) {
 TEST(DffTag, Properties) {
     const Bytes sound = dffDsdChunk(100);
     const Bytes fs = dffFsProperty(), chnl = dffChnlProperty(), cmpr = dffCmprProperty();
+    auto props = [&](const std::vector<Bytes>& p) { return dffFile({dffPropChunk(p), sound}); };
+    auto channels = [&](uint16_t n) { return dffFile({dffStandardProps("DSD ", n), sound}); };
     expectLogs(
         "x.dff",
         {
             // Missing properties are reported in order.
-            {"only CMPR", dffFile({dffPropChunk({cmpr}), sound}), line(44, "Fatal", "Missing FS property")},
+            {"only CMPR", props({cmpr}), line(44, "Fatal", "Missing FS property")},
             {"too short for one", dffFile({iff64Chunk("PROP", ByteBuilder().str("SND ").zeros(8)), sound}),
              line(44, "Fatal", "Missing FS property")},
             {"no property at all", dffFile({iff64Chunk("PROP", ByteBuilder().str("SND ")), sound}),
              line(44, "Fatal", "Missing FS property")},
             // Each property only once.
-            {"two FS", dffFile({dffPropChunk({fs, fs, chnl, cmpr}), sound}),
-             line(64, "Fatal", "Duplicate FS property")},
-            {"two CHNL", dffFile({dffPropChunk({fs, chnl, dffChnlProperty(1), cmpr}), sound}),
+            {"two FS", props({fs, fs, chnl, cmpr}), line(64, "Fatal", "Duplicate FS property")},
+            {"two CHNL", props({fs, chnl, dffChnlProperty(1), cmpr}),
              line(86, "Fatal", "Duplicate CHNL property")},
-            {"two CMPR", dffFile({dffPropChunk({cmpr, fs, chnl, cmpr}), sound}),
-             line(118, "Fatal", "Duplicate CMPR property")},
-            {"0 channels", dffFile({dffStandardProps("DSD ", 0), sound}),
-             line(64, "Fatal", "Invalid number of channels (0)")},
-            {"7 channels", dffFile({dffStandardProps("DSD ", 7), sound}),
-             line(64, "Fatal", "Invalid number of channels (7)")},
+            {"two CMPR", props({cmpr, fs, chnl, cmpr}), line(118, "Fatal", "Duplicate CMPR property")},
+            {"0 channels", channels(0), line(64, "Fatal", "Invalid number of channels (0)")},
+            {"7 channels", channels(7), line(64, "Fatal", "Invalid number of channels (7)")},
         });
     // Every channel count from 1 to 6 has a channel mode.
-    for (uint16_t channels = 1; channels <= 6; ++channels)
-        EXPECT_EQ(problemsFor("x.dff", dffFile({dffStandardProps("DSD ", channels), sound})), "") << channels;
+    for (uint16_t n = 1; n <= 6; ++n) EXPECT_EQ(problemsFor("x.dff", channels(n)), "") << n;
 }
 
 TEST(DffTag, SoundAndID3Chunks) {

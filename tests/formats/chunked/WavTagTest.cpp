@@ -21,6 +21,10 @@ Bytes dataChunk(size_t n) {
     return riffChunk("data", ByteBuilder().fill(n, 0x11));
 }
 const std::string kRecovered = "The file was truncated due to overflow. Sufficient data to recover";
+// The walk's dump of the chunk it cannot recover from.
+std::string unrecoverable(uint64_t offset, const std::string& dump) {
+    return line(offset, "Fatal", "Unrecoverable chunk error:\n\n" + dump);
+}
 
 // Layout used below: header 0..11, fmt 12..35, next chunk at 36.
 const Bytes kFmt = wavFmtChunk();
@@ -82,23 +86,16 @@ TEST(WavTag, RecoveryAndID3Chunks) {
              line(36, "Framing", kRecovered)},
             // Before fmt or data it is not.
             {"data before fmt", wavFile({rawRiffChunk("data", 1000, ByteBuilder().zeros(20))}),
-             line(12, "Fatal",
-                  "Unrecoverable chunk error:\n\n0000000012 0000001000 0000001020 0000000040  "
-                  "0x64 0x61 0x74 0x61 -fmt")},
+             unrecoverable(12, "0000000012 0000001000 0000001020 0000000040  0x64 0x61 0x74 0x61 -fmt")},
             {"before data", wavFile({kFmt, rawRiffChunk("bext", 1000, ByteBuilder().zeros(4))}),
-             line(36, "Fatal",
-                  "Unrecoverable chunk error:\n\n0000000036 0000001000 0000001044 0000000048  "
-                  "0x62 0x65 0x78 0x74 -data")},
+             unrecoverable(36, "0000000036 0000001000 0000001044 0000000048  0x62 0x65 0x78 0x74 -data")},
             {"huge, neither", wavFile({rawRiffChunk("bext", 0x80000000u, ByteBuilder().zeros(4))}),
-             line(12, "Fatal",
-                  "Unrecoverable chunk error:\n\n0000000012 2147483648 2147483668 0000000024  "
-                  "0x62 0x65 0x78 0x74 -data -fmt")},
+             unrecoverable(12,
+                           "0000000012 2147483648 2147483668 0000000024  0x62 0x65 0x78 0x74 -data -fmt")},
             {"garbled before data", wavFile({kFmt, rawRiffChunk(bad, 4, ByteBuilder().zeros(4))}),
              line(36, "Framing", "Invalid chunk header") +
                  line(36, "Framing", "The file was truncated due to overflow") +
-                 line(36, "Fatal",
-                      "Unrecoverable chunk error:\n\n0000000036 0000000004 0000000048 0000000048  "
-                      "0x01 0x78 0x79 0x7a -data")},
+                 unrecoverable(36, "0000000036 0000000004 0000000048 0000000048  0x01 0x78 0x79 0x7a -data")},
             // After both, the garbled chunk ends the walk; the size check still runs.
             {"garbled after data", delAfterData, line(48, "Framing", "Invalid chunk header")},
             {"garbled, then size", concat({delAfterData, Bytes(2)}),
@@ -120,9 +117,7 @@ TEST(WavTag, RF64) {
             {"clean", good, ""},
             // The dump uses the data size from ds64.
             {"ds64 size, no fmt", rf64File({bigData}, 5000000000),
-             line(48, "Fatal",
-                  "Unrecoverable chunk error:\n\n0000000048 5000000000 5000000056 0000000072  "
-                  "0x64 0x61 0x74 0x61 -fmt")},
+             unrecoverable(48, "0000000048 5000000000 5000000056 0000000072  0x64 0x61 0x74 0x61 -fmt")},
             // Only an all-ones header size is replaced by the ds64 size.
             {"plain header size", patched(good, {{4, 88, 4}}), ""},
             // ds64 must come first, and only data may be extended.

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tests/fixtures/FlacBuilder.h"
+#include "tests/fixtures/ID3Builder.h"
 #include "tests/fixtures/LogCases.h"
 
 namespace sondrel {
@@ -12,18 +13,13 @@ namespace {
 
 using namespace fixtures;
 
-// An ID3v2.3 tag holding one title frame.
-Bytes id3Tag() {
-    Bytes frame = ByteBuilder().str("TIT2").be32(3).be16(0).u8(0).str("xy").take();
-    return ByteBuilder().str("ID3").u8(3).u8(0).u8(0).synchsafe32(uint32_t(frame.size())).bytes(frame).take();
-}
-
 // File size, marker and block walk. A walk fault ends the analysis, so the
 // faulty comment in front of it is never examined.
 TEST(FlacTag, WalkAndStreamInfoFaults) {
     const Bytes badComment = flacBlock(kFlacVorbisComment, vorbisComments("v", {"NOEQUALS"}));
     const uint64_t afterComment = 4 + 38 + badComment.size();
     const Bytes image = ByteBuilder().str("not really an image").take();
+    const Bytes id3 = id3Tag(3, id3Frame("TIT2", id3Text("xy")));  // an ID3v2.3 tag of one title
     const std::vector<LogCase> cases = {
         {"clean", flacFile({}), ""},
         {"41 bytes", ByteBuilder().str("fLaC").zeros(37).take(),
@@ -61,22 +57,26 @@ TEST(FlacTag, WalkAndStreamInfoFaults) {
         // Behind an ID3 tag the marker is searched for (here straddling the
         // first two 10240-byte blocks of the search); the ID3 notice stops the
         // comment checks but not the walk.
-        {"ID3 then FLAC", ByteBuilder().bytes(id3Tag()).zeros(10238).bytes(flacFile({badComment})).take(),
+        {"ID3 then FLAC", ByteBuilder().bytes(id3).zeros(10238).bytes(flacFile({badComment})).take(),
          line(0, "Container", "File contains an ID3 tag")},
         {"ID3 then cut FLAC",
-         ByteBuilder().bytes(id3Tag()).str("fLaC").bytes(flacBlock(0, streamInfo(), true)).take(),
+         ByteBuilder().bytes(id3).str("fLaC").bytes(flacBlock(0, streamInfo(), true)).take(),
          line(0, "Container", "File contains an ID3 tag") +
-             line(id3Tag().size() + 4, "Fatal", "Metadata block overflows")},
-        {"ID3 only", ByteBuilder().bytes(id3Tag()).zeros(100).take(),
+             line(id3.size() + 4, "Fatal", "Metadata block overflows")},
+        {"ID3 only", ByteBuilder().bytes(id3).zeros(100).take(),
          line(0, "Container", "File contains an ID3 tag") + line(0, "Fatal", "Invalid FLAC header")},
     };
     expectLogs("x.flac", cases);
 }
 
+// Each block answers YES, so every block of the file is examined; the
+// APPLICATION block at the end proves the walk went on. Width, height, depth
+// and colours cut short: the data length does not fit, silently. Then every
+// short PICTURE block: lengths 0 to 20 with MIME lengths 0 to 12, the bytes
+// after the MIME text all zero (an empty description, then too little room
+// for the picture numbers: silent) or all 0xFF (a description that runs past
+// the block). Short blocks used to be read past their end.
 TEST(FlacTag, PictureFraming) {
-    // Each block answers YES, so every block of the file is examined; the
-    // APPLICATION block at the end proves the walk went on. Width, height,
-    // depth and colours cut short: the data length does not fit, silently.
     const Bytes fullPicture = pictureData(3, "image/jpeg", "d", {});
     const std::vector<Bytes> blocks{
         flacBlock(kFlacPicture, Bytes(fullPicture.begin(), fullPicture.end() - 8)),
@@ -86,12 +86,8 @@ TEST(FlacTag, PictureFraming) {
         flacBlock(kFlacPicture, ByteBuilder().be32(3).be32(1000).str("image").take()),
         flacBlock(kFlacPicture, ByteBuilder().be32(3).be32(3).str("a/b").be32(99).str("x").take()),
         flacBlock(kFlacApplication, Bytes{1, 2})};
-    std::vector<uint64_t> at;
-    uint64_t pos = 4 + 38;
-    for (const auto& b : blocks) {
-        at.push_back(pos + 4);
-        pos += b.size();
-    }
+    std::vector<uint64_t> at{4 + 38 + 4};  // where each block's data starts
+    for (const auto& b : blocks) at.push_back(at.back() + b.size());
     const std::string overflows = "Artwork block overflows";
     EXPECT_EQ(problemsFor("x.flac", flacFile(blocks)),
               line(at[1], "Framing", overflows) +
@@ -100,13 +96,6 @@ TEST(FlacTag, PictureFraming) {
                   line(at[3], "Framing", overflows) + line(at[4], "Framing", overflows) +
                   line(at[5], "Framing", overflows) +
                   line(at[6] - 4, "Container", "Invalid length for APPLICATION block"));
-}
-
-// Every short PICTURE block: lengths 0 to 20 with MIME lengths 0 to 12, the
-// bytes after the MIME text all zero (an empty description, then too little
-// room for the picture numbers: silent) or all 0xFF (a description that runs
-// past the block). Short blocks used to be read past their end.
-TEST(FlacTag, ShortPictureBlocks) {
     for (uint8_t filler : {uint8_t(0x00), uint8_t(0xFF)}) {
         for (uint32_t mime = 0; mime <= 12; ++mime) {
             for (size_t length = 0; length <= 20; ++length) {

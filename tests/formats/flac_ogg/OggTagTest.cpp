@@ -31,20 +31,6 @@ const std::string kNoIdentification =
     "Missing or incomplete Ogg identification packet or non handled stream type";
 const std::string kNoComment = "Missing or incomplete Ogg comment packet";
 
-struct Case {
-    const char* name;
-    Bytes file;
-    std::string expected;
-    const char* fileName = "x.ogg";
-};
-
-void runCases(const std::vector<Case>& cases) {
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(problemsFor(c.fileName, c.file), c.expected);
-    }
-}
-
 const Page kVorbisHead{{vorbisIdentification()}, {.flags = 2}};
 const Page kOpusHead{{opusHead()}, {.flags = 2}};
 const Page kAudioEnd{{audioPacket()}, {.flags = 4}};
@@ -57,10 +43,7 @@ TEST(OggTag, IdentificationAndCommentPackets) {
     const std::string insufficient = line(0, "Fatal", "Insufficient data for Ogg identification packet");
     const uint64_t second = ogg({kVorbisHead}).size();
     const uint64_t opusSecond = ogg({kOpusHead}).size();
-    Bytes shortVorbis = vorbisIdentification();
-    shortVorbis.resize(29);
-    Bytes shortOpus = opusHead();
-    shortOpus.resize(18);
+    const Bytes shortVorbis = truncated(vorbisIdentification(), 29), shortOpus = truncated(opusHead(), 18);
     // A comment packet running on into the next page counts as empty.
     const Bytes longComment = vorbisCommentPacket("v", {std::string(600, 'a')});
     OggStreamBuilder split;
@@ -68,29 +51,32 @@ TEST(OggTag, IdentificationAndCommentPackets) {
     split.page({.flags = 2})
         .part(Bytes(longComment.begin() + 510, longComment.end()), true)
         .page({.flags = 4});
-    runCases({
-        {"Ogg FLAC",
-         single(ByteBuilder().u8(0x7F).str("FLAC").u8(1).u8(0).be16(1).str("fLaC").zeros(38).take()),
-         line(0, "Fatal", "Missing or unsupported Ogg identification packet") + noId},
-        {"short Vorbis identification", single(shortVorbis), insufficient + noId},
-        {"short OpusHead", single(shortOpus), insufficient + noId, "x.opus"},
-        {"no framing bit", single(vorbisIdentification(2, 44100, 0)),
-         line(0, "Fatal", "Frame bit missing in Vorbis identification packet") + noId},
-        {"identification only", ogg({{{vorbisIdentification()}, {.flags = 6}}}), noComment},
-        {"not a comment packet",
-         ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbix").zeros(10).take()}, {.flags = 4}}}),
-         line(second, "Fatal", "Missing Ogg comment block") + noComment},
-        {"short comment packet",
-         ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbis").zeros(3).take()}, {.flags = 4}}}),
-         line(second, "Fatal", "Insufficient data for comment block") + noComment},
-        {"Vorbis comment sharing the first page",
-         ogg({{{vorbisIdentification(), vorbisCommentPacket("v", {"A=b"})}, {.flags = 2}}, kAudioEnd}), ""},
-        {"comment running on", split.take(),
-         line(0, "Fatal", "Insufficient data for comment block") + noComment},
-        {"OpusTags sharing its page with audio",
-         ogg({kOpusHead, {{opusTags("v", {}), audioPacket()}, {.flags = 4}}}),
-         line(opusSecond, "Fatal", "Invalid Opus tag packet alignment") + noComment, "x.opus"},
-    });
+    expectLogs("x.opus", {{"short OpusHead", single(shortOpus), insufficient + noId},
+                          {"OpusTags sharing its page with audio",
+                           ogg({kOpusHead, {{opusTags("v", {}), audioPacket()}, {.flags = 4}}}),
+                           line(opusSecond, "Fatal", "Invalid Opus tag packet alignment") + noComment}});
+    expectLogs(
+        "x.ogg",
+        {
+            {"Ogg FLAC",
+             single(ByteBuilder().u8(0x7F).str("FLAC").u8(1).u8(0).be16(1).str("fLaC").zeros(38).take()),
+             line(0, "Fatal", "Missing or unsupported Ogg identification packet") + noId},
+            {"short Vorbis identification", single(shortVorbis), insufficient + noId},
+            {"no framing bit", single(vorbisIdentification(2, 44100, 0)),
+             line(0, "Fatal", "Frame bit missing in Vorbis identification packet") + noId},
+            {"identification only", ogg({{{vorbisIdentification()}, {.flags = 6}}}), noComment},
+            {"not a comment packet",
+             ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbix").zeros(10).take()}, {.flags = 4}}}),
+             line(second, "Fatal", "Missing Ogg comment block") + noComment},
+            {"short comment packet",
+             ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbis").zeros(3).take()}, {.flags = 4}}}),
+             line(second, "Fatal", "Insufficient data for comment block") + noComment},
+            {"Vorbis comment sharing the first page",
+             ogg({{{vorbisIdentification(), vorbisCommentPacket("v", {"A=b"})}, {.flags = 2}}, kAudioEnd}),
+             ""},
+            {"comment running on", split.take(),
+             line(0, "Fatal", "Insufficient data for comment block") + noComment},
+        });
 }
 
 TEST(OggTag, CommentData) {
@@ -110,14 +96,16 @@ TEST(OggTag, CommentData) {
     auto raw = [](const Bytes& data) {
         return ogg({kVorbisHead, {{ByteBuilder().u8(3).str("vorbis").bytes(data).take()}}, kAudioEnd});
     };
-    runCases({
-        {"joined over pages", s.take(),
-         line(secondComment, "Tag", "Missing = in FLAC Comment") +
-             line(secondComment + 12, "Tag", "FLAC value for Comment 'B' contains control characters")},
-        // A comment running 5 bytes past the data is read with zeros.
-        {"comment past the data", raw(ByteBuilder().le32(0).le32(1).le32(8).str("A=b").take()),
-         line(12, "Tag", "FLAC value for Comment 'A' contains control characters")},
-    });
+    expectLogs(
+        "x.ogg",
+        {
+            {"joined over pages", s.take(),
+             line(secondComment, "Tag", "Missing = in FLAC Comment") +
+                 line(secondComment + 12, "Tag", "FLAC value for Comment 'B' contains control characters")},
+            // A comment running 5 bytes past the data is read with zeros.
+            {"comment past the data", raw(ByteBuilder().le32(0).le32(1).le32(8).str("A=b").take()),
+             line(12, "Tag", "FLAC value for Comment 'A' contains control characters")},
+        });
 }
 
 }  // namespace

@@ -28,20 +28,17 @@ std::string garbage(uint64_t at, uint64_t count) {
 }
 const std::string kNoAudio = line(0, "Container", "No audio data located");
 
-// The measured stream of a file, read back from the checker the record kept.
-struct Measured {
-    uint64_t bitrate, durationMs, actualAudioBase;
-    bool vbr;
-    uint32_t tag;
-};
+// The measured stream of a file, read back from the checker the record kept:
+// summary tag, VBR, bit rate, duration in ms and where the audio starts.
+using Measured = std::tuple<uint32_t, bool, uint64_t, uint64_t, uint64_t>;
 Measured measure(const Bytes& file) {
     Settings settings = settingsWith();
     Tag tag("/memory/x.mp3", settings, file);
-    auto* checker = dynamic_cast<ID3Tag*>(tag.lowLevelRep());
-    EXPECT_NE(checker, nullptr);
-    if (!checker) return {};
-    return {checker->getFrameBitrate(), checker->getFrameDurationMs(), checker->getActualAudioBase(),
-            checker->getFrameVBR(), checker->getFrameTag()};
+    auto* c = dynamic_cast<ID3Tag*>(tag.lowLevelRep());
+    EXPECT_NE(c, nullptr);
+    if (!c) return {};
+    return {c->getFrameTag(), c->getFrameVBR(), c->getFrameBitrate(), c->getFrameDurationMs(),
+            c->getActualAudioBase()};
 }
 
 TEST(MP3Checker, SummaryHeadersOfTheFirstFrame) {
@@ -51,23 +48,23 @@ TEST(MP3Checker, SummaryHeadersOfTheFirstFrame) {
     for (const Bytes& first : {xingFrame(kCBR, "Xing", 3, 100, 41800), xingFrame(kCBR, "Info", 3, 100, 41800),
                                xingFrame(kMono, "Xing", 3, 100, 41800), vbriFrame(kCBR, 41800, 100)})
         EXPECT_EQ(problemsFor("a.mp3", concat({junk, first, mpegFrames(kCBR, 3)})), "");
-    EXPECT_EQ(measure(concat({junk, xingFrame(kCBR, "Xing", 3, 100, 41800)})).actualAudioBase, 3u);
+    EXPECT_EQ(std::get<4>(measure(concat({junk, xingFrame(kCBR, "Xing", 3, 100, 41800)}))), 3u);
 
     // What the stream measures: a Xing or Info frame divides by whole
     // seconds (100 frames of 1152 samples at 44100 Hz are 2.61 s, so 2);
     // VBRI in floating point (334400 bits in 2.612 s); without a summary
     // every frame counts, the average bitrate, VBR when it varies.
-    auto shown = [](const Measured& m) { return std::tuple(m.tag, m.vbr, m.bitrate, m.durationMs); };
     const Bytes frames = mpegFrames(kCBR, 3);
-    EXPECT_EQ(shown(measure(concat({xingFrame(kCBR, "Xing", 3, 100, 41800), frames}))),
-              std::tuple(fourcc("Xing"), true, 167u, 2612u));
-    EXPECT_EQ(shown(measure(concat({xingFrame(kCBR, "Info", 3, 100, 41800), frames}))),
-              std::tuple(fourcc("Info"), false, 167u, 2612u));
-    EXPECT_EQ(shown(measure(concat({vbriFrame(kCBR, 41800, 100), frames}))),
-              std::tuple(fourcc("VBRI"), true, 128u, 2612u));
-    EXPECT_EQ(measure(concat({vbriFrame(kCBR, 1, 1), frames})).tag, fourcc("VBRI"));  // counts of 1 will do
-    const Measured scanned = measure(concat({mpegFrames(kCBR, 2), mpegFrames({.bitrate = 320}, 2)}));
-    EXPECT_EQ(std::tuple(scanned.tag, scanned.vbr, scanned.bitrate), std::tuple(0u, true, 224u));
+    EXPECT_EQ(measure(concat({xingFrame(kCBR, "Xing", 3, 100, 41800), frames})),
+              Measured(fourcc("Xing"), true, 167, 2612, 0));
+    EXPECT_EQ(measure(concat({xingFrame(kCBR, "Info", 3, 100, 41800), frames})),
+              Measured(fourcc("Info"), false, 167, 2612, 0));
+    EXPECT_EQ(measure(concat({vbriFrame(kCBR, 41800, 100), frames})),
+              Measured(fourcc("VBRI"), true, 128, 2612, 0));
+    EXPECT_EQ(std::get<0>(measure(concat({vbriFrame(kCBR, 1, 1), frames}))),
+              fourcc("VBRI"));  // counts of 1 will do
+    EXPECT_EQ(measure(concat({mpegFrames(kCBR, 2), mpegFrames({.bitrate = 320}, 2)})),
+              Measured(0, true, 224, 104, 0));
 }
 
 TEST(MP3Checker, GarbageMissingAudioAndTheTagsAtTheEnd) {

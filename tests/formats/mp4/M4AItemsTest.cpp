@@ -103,18 +103,13 @@ TEST(M4AItems, ReverseDNSNamesChooseFieldOrUserTextOrNothing) {
                  rdnsItem("Foreign", "dropped", "org.example"),
                  rdnsItem("Shouting", "kept too", "COM.APPLE.ITUNES")});
     Checked c = check(file);
-    EXPECT_EQ(c.log, "");
-    EXPECT_EQ(c.tag->item(field::Label)->value, "Records Inc");
-    EXPECT_EQ(c.tag->item(field::Label)->offset, offsetOf(file, "----", 0));
-    EXPECT_EQ(c.tag->item(field::Comments), nullptr);
-    const TagItem* user = c.tag->item(field::UserDefinedText);
-    ASSERT_NE(user, nullptr);
-    ASSERT_TRUE(user->items);
-    ASSERT_EQ(user->items->size(), 2u);
-    const TagItem& note = (*user->items)[0];
-    EXPECT_EQ(std::tuple(note.desc, note.value, note.offset),
-              std::tuple("My Note", "kept", offsetOf(file, "----", 1)));
-    EXPECT_EQ((*user->items)[1].desc, "Shouting");
+    const TagItem *label = c.tag->item(field::Label), *user = c.tag->item(field::UserDefinedText);
+    ASSERT_TRUE(label && user && user->items && user->items->size() == 2u);
+    EXPECT_EQ(std::tuple(c.log, label->value, label->offset, c.tag->item(field::Comments)),
+              std::tuple("", "Records Inc", offsetOf(file, "----", 0), nullptr));
+    const TagItem &note = (*user->items)[0], &shouting = (*user->items)[1];
+    EXPECT_EQ(std::tuple(note.desc, note.value, note.offset, shouting.desc),
+              std::tuple("My Note", "kept", offsetOf(file, "----", 1), "Shouting"));
 }
 
 }  // namespace
