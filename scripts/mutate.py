@@ -738,8 +738,9 @@ def main():
         k = " ".join(m.key().split())
         return k in equivalent or " ".join(("%s | * | %s" % (m.path, m.src_line)).split()) in equivalent
 
-    pool = [m for m in live if not is_equivalent(m)]
-    n_equiv = len(live) - len(pool)
+    # The sample is drawn before equivalent mutants are set aside, so arguing
+    # one equivalent does not change which mutants a seed draws.
+    pool = live
     if args.ids:
         want = {int(x) for x in args.ids.split(",")}
         pool = [m for m in pool if m.id in want]
@@ -748,7 +749,9 @@ def main():
     if args.sample and args.sample < len(pool):
         pool = random.Random(args.seed).sample(pool, args.sample)
         pool.sort(key=lambda m: m.id)
-    say("checking %d mutants (%d equivalent ones excluded)" % (len(pool), n_equiv))
+    drawn = len(pool)
+    pool = [m for m in pool if not is_equivalent(m)]
+    say("checking %d mutants (%d equivalent ones set aside)" % (len(pool), drawn - len(pool)))
 
     results, matrix = [], {}
 
@@ -776,7 +779,8 @@ def main():
                 c = per.setdefault(key, [0, 0])
                 c[0] += verdict == "killed"
                 c[1] += 1
-    report = ["", "Mutation check: %d mutants%s, seed %d" % (len(results), " (sample)" if args.sample else "", args.seed)]
+    report = ["", "Mutation check: %d mutants%s, seed %d; %d equivalent ones set aside"
+              % (len(results), " (sample)" if args.sample else "", args.seed, drawn - len(pool))]
     for key in sorted(per):
         k, t = per[key]
         report.append("  %-22s %4d / %4d killed  (%.1f %%)" % (key, k, t, 100.0 * k / max(t, 1)))
