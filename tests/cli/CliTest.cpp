@@ -167,11 +167,13 @@ TEST(CliCancel, InterruptFinishesTheCurrentFileAndExits130) {
 
 TEST(CliLogTarget, NeverAnAudioFileASelectedFileOrAForeignFileAndPipesWork) {
     TempDir d;
-    for (const char* name : {"a/song.flac", "typo/a.mp3", "typo/b.mp3", "notes.txt"})
+    for (const char* name : {"a/song.flac", "typo/a.mp3", "typo/b.mp3", "notes.txt", "1"})
         d.write(name, std::string(name));
     ASSERT_EQ(::link((d.path() + "/a/song.flac").c_str(), (d.path() + "/link.txt").c_str()), 0);
     ASSERT_EQ(::symlink("a/song.flac", (d.path() + "/alias.txt").c_str()), 0);
-    const std::string audio = ": The log file has an audio file's extension";
+    const std::string
+        audio = ": The log file has an audio file's extension",
+        foreign = ": The log file exists and is not a log written by this program (--force replaces it)\n";
     const std::pair<std::string, std::string> rows[] = {
         {"--log typo/a.mp3 typo/b.mp3", "/typo/a.mp3" + audio},
         {"--log a/song.flac a", "/a/song.flac" + audio},
@@ -179,8 +181,8 @@ TEST(CliLogTarget, NeverAnAudioFileASelectedFileOrAForeignFileAndPipesWork) {
         {"--log alias.txt typo", "/alias.txt" + audio},
         {"--log link.txt a/song.flac", "/link.txt: The log file is one of the files selected for the scan\n"},
         {"--force --log link.txt a/song.flac", "/link.txt: The log file is one of the files selected"},
-        {"--log notes.txt a",
-         "/notes.txt: The log file exists and is not a log written by this program (--force replaces it)\n"},
+        {"--log notes.txt a", "/notes.txt" + foreign},
+        {"--log 1 a", "/1" + foreign},  // one byte is content too
     };
     for (const auto& [args, message] : rows) {
         auto r = runCli(d, args);

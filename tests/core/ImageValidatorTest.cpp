@@ -186,6 +186,8 @@ TEST(ImageValidator, OversizedPicturesAreNotCheckedRealOnesAre) {
     const std::vector<Row> rows = {
         {"baseline 6000 x 6000", declaringJPEG(makeJPEG(16, 16), 6000, 6000), Verdict::decoded},
         {"progressive CMYK 2000 x 2000", progressiveCMYK(2000), Verdict::decoded},
+        {"baseline 8192 x 8192, the largest checked", declaringJPEG(makeJPEG(8, 8), 8192, 8192),
+         Verdict::decoded},
         // Its coefficients alone would take 268 MB.
         {"progressive CMYK 5792 x 5792", progressiveCMYK(5792), Verdict::notChecked},
         {"baseline 65000 x 65000", declaringJPEG(makeJPEG(8, 8), 65000, 65000), Verdict::notChecked},

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/PathPredicates.h"
+#include "core/Printf.h"
 
 namespace sondrel {
 namespace {
@@ -24,6 +25,11 @@ TEST(TextDecoding, Utf8IsStrict) {
     EXPECT_FALSE(text::decodeUTF8(b({'a', 0xE2, 0x82}))) << "truncated";
     EXPECT_EQ(text::decodeUTF8OrLatin1(b({'c', 0xE9})), "c\xC3\xA9") << "Latin-1 fallback";
     EXPECT_FALSE(text::decodeASCII(b({'a', 0x80})));
+    std::string u;
+    text::appendUTF8(u, 0x7FF), text::appendUTF8(u, 0x800);
+    EXPECT_EQ(u, "\xDF\xBF\xE0\xA0\x80") << "two- and three-byte forms meet at U+0800";
+    EXPECT_EQ(std::pair(truncatedUnsigned(1.0), truncatedUnsigned(-0.5)),
+              std::pair(uint64_t{1}, uint64_t{0}));
 }
 
 TEST(TextDecoding, Utf16ByteOrderMarksAndFaults) {
@@ -65,6 +71,7 @@ TEST(TextOrdering, CaseInsensitiveOrderIsTotalAndIndependentOfInput) {
     EXPECT_EQ(sorted, (std::vector<std::string>{"A.flac", "a.flac", "b.MP3", "STRASSE", "Straße", "z"}));
     EXPECT_LT(text::compareCaseInsensitive("/x/a", "/x/B"), 0);
     EXPECT_LT(text::compareCaseInsensitive("/x/a/z", "/x/B"), 0);
+    EXPECT_LT(text::compareCaseInsensitive("a\xC3\xA9", "a\x80"), 0) << "a stray byte folds to U+FFFD";
     for (const char* same : {"a.flac", "Straße"}) EXPECT_EQ(text::compareCaseInsensitive(same, same), 0);
 }
 

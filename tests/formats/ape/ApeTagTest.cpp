@@ -35,6 +35,7 @@ TEST(ApeTag, StreamHeader) {
             {"3 bytes", Bytes{'M', 'A', 'C'}, line(0, "File", "Invalid file size for APE file") + kReadError},
             // Old layout without the WAVE header: reported, but counted as read.
             {"old, no WAVE header", concat({macHeaderOld(3979, false), Bytes(100, 0)}), kNoAudioProperties},
+            {"old, WAVE header", concat({macHeaderOld(3979), Bytes(100, 0)}), ""},
             {"old, cut in the WAVE header", truncated(macHeaderOld(3970), 60), kReadError + kNoProperties},
             // New layout: a descriptor length other than 52 is an absolute offset
             // of 24 more bytes, readable or not, never counted from the marker.
@@ -84,9 +85,10 @@ TEST(ApeTag, Items) {
     const uint64_t base = stream.size();
     const Bytes noPrefix = {0xFF, 0xD8, 0xFF, 0xE0, 'J', 'F', 'I', 'F'};
     const Bytes cover = apeItem("Cover Art (front)", noPrefix, kItemBinary);
-    // APEv2: binary covers need the file-name prefix; the key match ignores case.
+    // APEv2: binary covers need the file-name prefix; the key match ignores case and "Artwork-" alone is a
+    // cover key.
     const Bytes v2 = tagWith(
-        {cover, apeItem("artwork-BACK", noPrefix, kItemBinary),
+        {cover, apeItem("artwork-", noPrefix, kItemBinary),
          apeItem("COVER ART (FRONT)", concat({Bytes{'a', '.', 'j', 'p', 'g', 0}, noPrefix}), kItemBinary),
          apeItem("Cover Art (back)", noPrefix, kItemBinary),
          apeItem("Cover Art (front)", noPrefix, kItemExternal),

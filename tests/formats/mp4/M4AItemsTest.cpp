@@ -43,7 +43,8 @@ TEST(M4AItems, DecoderFaults) {
                                    box("tmpo", {data(21, {0, 1}), data(21, {0, 2})})});
     const Bytes rdnsFile =
         m4aFile({rdns({mean(), name("MOOD"), data(1, text("calm")), data(1, text("happy"))}),
-                 rdns({mean(), data(1, text("x"))}), rdns({name("A"), name("B"), mean(), data(1, {})})});
+                 rdns({mean(), data(1, text("x"))}), rdns({name("A"), name("B"), mean(), data(1, {})}),
+                 rdns({mean(), name(""), data(1, text("x"))})});
     const Bytes picture(40, 0x42);
     const Bytes covers = m4aFile(
         {box("covr", {atom("data", Bytes(7, 0)), data(13, picture), atom("free", {}), data(13, picture)})});

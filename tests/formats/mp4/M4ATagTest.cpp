@@ -78,6 +78,8 @@ TEST(M4ATag, AudioPropertiesComeFromTheSampleEntry) {
     // ALAC is recognised only in an 88-byte sample description.
     EXPECT_EQ(properties(check(m4aFile({}, {soundTrack(alacEntry(2, 24, 96000, 2'000'500))}))),
               std::tuple("ALAC", 2u + 131072u, 96000u, 2001u, 1000u, 24u, ""));
+    EXPECT_EQ(check(m4aFile({}, {soundTrack(alacEntry(2, 24, 96000, 2'000'499))})).checker().frameBitrate(),
+              2000u);
     Bytes entry = alacEntry();
     entry.push_back(0);
     ByteBuilder patched(entry);
