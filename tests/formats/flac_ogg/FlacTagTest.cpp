@@ -19,7 +19,8 @@ TEST(FlacTag, WalkAndStreamInfoFaults) {
     const Bytes badComment = flacBlock(kFlacVorbisComment, vorbisComments("v", {"NOEQUALS"}));
     const uint64_t afterComment = 4 + 38 + badComment.size();
     const Bytes image = ByteBuilder().str("not really an image").take();
-    const Bytes id3 = id3Tag(3, id3Frame("TIT2", id3Text("xy")));  // an ID3v2.3 tag of one title
+    // An ID3v2.3 tag of one title, the FLAC marker: the search starts behind the tag.
+    const Bytes id3 = id3Tag(3, id3Frame("TIT2", id3Text("fLaC")));
     const std::vector<LogCase> cases = {
         {"clean", flacFile({}), ""},
         {"41 bytes", ByteBuilder().str("fLaC").zeros(37).take(),

@@ -70,6 +70,7 @@ TEST(ID3Header, ExtendedHeaders) {
          ext(4, ByteBuilder().synchsafe32(6).u8(1).u8(0).take(), markerFrame(4)), framing(16, kMarker)},
         {"v2.4 size 5", ext(4, ByteBuilder().synchsafe32(5).u8(1).take(), markerFrame(4)), refused},
         {"v2.4 size with a high bit reads as 0", ext(4, {0, 0, 0, 0x86, 1, 0}, markerFrame(4)), refused},
+        {"v2.4 header leaving one byte", ext(4, ByteBuilder().synchsafe32(6).u8(1).u8(0).take(), {0}), ""},
         {"v2.4 header reaching the tag end",
          ext(4, ByteBuilder().synchsafe32(10).u8(1).u8(0).zeros(4).take(), {}), refused},
     });
@@ -153,6 +154,10 @@ TEST(ID3Walk, SynchsafeOrPlainSizesInV24) {
     };
     for (const auto& [frames, at] : cases)
         EXPECT_EQ(readTag(withAudio(id3Tag(4, frames))).log, framing(at, kMarker)) << at;
+    // Synchsafe 128 (plain 256 would reach the tag's end) leads to an
+    // identifier with a Z: the synchsafe reading stands, two frames are walked.
+    const Bytes z = concat({id3Frame("TPE1", body(128, 'a'), 4), id3Frame("TSIZ", body(118, 'z'), 4)});
+    EXPECT_EQ(readTag(withAudio(id3Tag(4, z))).reader->getFrameCount(), 2u);
 }
 
 TEST(ID3Walk, WholeTagUnsynchronisation) {

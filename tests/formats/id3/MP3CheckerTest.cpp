@@ -51,14 +51,16 @@ TEST(MP3Checker, SummaryHeadersOfTheFirstFrame) {
     EXPECT_EQ(std::get<4>(measure(concat({junk, xingFrame(kCBR, "Xing", 3, 100, 41800)}))), 3u);
 
     // What the stream measures: a Xing or Info frame divides by whole
-    // seconds (100 frames of 1152 samples at 44100 Hz are 2.61 s, so 2);
+    // seconds (100 frames of 1152 samples at 44100 Hz are 2.61 s, so 2, as
+    // are 100 MPEG-2 frames of 576 samples at 22050 Hz);
     // VBRI in floating point (334400 bits in 2.612 s); without a summary
     // every frame counts, the average bitrate, VBR when it varies.
     const Bytes frames = mpegFrames(kCBR, 3);
     EXPECT_EQ(measure(concat({xingFrame(kCBR, "Xing", 3, 100, 41800), frames})),
               Measured(fourcc("Xing"), true, 167, 2612, 0));
-    EXPECT_EQ(measure(concat({xingFrame(kCBR, "Info", 3, 100, 41800), frames})),
-              Measured(fourcc("Info"), false, 167, 2612, 0));
+    EXPECT_EQ(
+        measure(concat({xingFrame({.version = 2, .samplerate = 22050}, "Info", 3, 100, 41800), frames})),
+        Measured(fourcc("Info"), false, 167, 2612, 0));
     EXPECT_EQ(measure(concat({vbriFrame(kCBR, 41800, 100), frames})),
               Measured(fourcc("VBRI"), true, 128, 2612, 0));
     EXPECT_EQ(std::get<0>(measure(concat({vbriFrame(kCBR, 1, 1), frames}))),
@@ -87,6 +89,7 @@ TEST(MP3Checker, GarbageMissingAudioAndTheTagsAtTheEnd) {
     // An APEv2 tag that claims a header where none can be read.
     Bytes headless = concat({Bytes(20, 0), apeTag(titleItem, false)});
     headless[headless.size() - 32 + 23] |= 0x80;
+    const Bytes headed = concat({Bytes(12, 0), headless});  // the header is then the first 32 bytes
     // Clean streams of every layer and version are the shared example cases;
     // real encoders' files are checked in the real-file tests.
     expectLogs(
@@ -97,6 +100,9 @@ TEST(MP3Checker, GarbageMissingAudioAndTheTagsAtTheEnd) {
             // Huge declared APE sizes and a long stream cost no more than a block.
             {"huge APE size", concat({mpegFrames(kCBR, 400), apeTag({}, false, 2000, 0xFFFFFFF0)}), ""},
             {"garbage", concat({Bytes(1000, 0x55), frames}), garbage(1000, 1000)},
+            // A summary header counts only in a frame.
+            {"VBRI in garbage", concat({ByteBuilder().zeros(36).str("VBRI").fill(20, 1).take(), frames}),
+             garbage(60, 60)},
             {"zeros", Bytes(2000, 0), kNoAudio},
             // Syncs whose headers are invalid or free format do not start a stream.
             {"free format", mpegFrames({.bitrate = 0}, 5, 400), kNoAudio},
@@ -115,9 +121,12 @@ TEST(MP3Checker, GarbageMissingAudioAndTheTagsAtTheEnd) {
             {"APE size 40", concat({Bytes(600, 0), apeTag({}, false, 2000, 40)}), kNoAudio, kLogV1},
             {"APE size 16", wrapped, line(wrapped.size() - 128, "Container", "APE tag present"), kLogV1},
             {"APE without header", headless, kNoAudio, kLogV1},
+            {"APE header at the first byte", headed,
+             line(headed.size(), "Container", "APE tag present") + kNoAudio, kLogV1},
             {"too small", Bytes(10, 0), line(0, "Fatal", "Invalid file size")},
             // No room for an APE footer: the read there fails, the audio is still checked.
             {"20 bytes", Bytes(20, 0), line(20, "File", "Read error") + kNoAudio},
+            {"32 bytes", Bytes(32, 0), kNoAudio},
             {"ID3v1 after 10 bytes", concat({Bytes(10, 0), id3v1Tag()}),
              line(10, "File", "Read error") + kNoAudio},
         });
