@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "core/Text.h"
+
 namespace sondrel::app {
 
 namespace {
@@ -85,17 +87,6 @@ uint32_t ResultsModel::store(std::string_view s) {
     return at;
 }
 
-std::string ResultsModel::foldedKey(std::string_view utf8) {
-    std::string key(utf8);
-    bool ascii = true;
-    for (char& c : key) {
-        ascii = ascii && static_cast<unsigned char>(c) < 0x80;
-        c = lower(c);
-    }
-    if (ascii) return key;
-    return fromUtf8(utf8).toCaseFolded().toStdString();
-}
-
 uint8_t ResultsModel::formatIndex(std::string_view path) {
     const size_t slash = path.rfind('/');
     const size_t dot = path.rfind('.');
@@ -121,8 +112,8 @@ void ResultsModel::take(const PostedFile& f) {
     // Folded apart, so that the name's key starts where the folder's ends
     // even when folding changes a length.
     const std::string_view p = path(row);
-    const std::string folder = foldedKey(p.substr(0, row.nameAt - row.pathAt));
-    const std::string name = foldedKey(p.substr(row.nameAt - row.pathAt));
+    const std::string folder = text::foldCase(p.substr(0, row.nameAt - row.pathAt));
+    const std::string name = text::foldCase(p.substr(row.nameAt - row.pathAt));
     if (folder.size() + name.size() <= std::numeric_limits<uint32_t>::max() - keys_.size()) {
         row.keyAt = uint32_t(keys_.size());
         row.keyNameAt = row.keyAt + uint32_t(folder.size());

@@ -71,8 +71,9 @@ class ResultsModel : public QAbstractItemModel {
     // Facts of a row for the filter and the actions.
     struct FileRow {
         uint32_t pathAt = 0, pathLen = 0, nameAt = 0;  // in the text buffer
-        // The path's sort key (case-folded, see foldedKey), its name part
-        // starting at keyNameAt: the folder's key is the part before it.
+        // The path's sort key (text::foldCase, made once as the file arrives,
+        // so a sort compares bytes only), its name part starting at keyNameAt:
+        // the folder's key is the part before it.
         uint32_t keyAt = 0, keyLen = 0, keyNameAt = 0;
         uint32_t firstProblem = 0, problemCount = 0;
         uint8_t format = 0;
@@ -95,10 +96,6 @@ class ResultsModel : public QAbstractItemModel {
     std::string_view folderKey(const FileRow& f) const {
         return {keys_.data() + f.keyAt, size_t(f.keyNameAt - f.keyAt)};
     }
-    // A byte string that sorts as the text does without regard to case:
-    // ASCII letters lowered, other text case-folded (UTF-8 in and out).
-    // Made once per file as it arrives, so a sort compares bytes only.
-    static std::string foldedKey(std::string_view utf8);
     static codes::Severity severityOf(uint16_t code) { return codes::codeAt(code).severity; }
 
     // The file row of an index (its own for a file, its parent's for a

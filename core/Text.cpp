@@ -96,7 +96,9 @@ char lowerAscii(char c) {
     return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
 }
 
-std::string fold(std::string_view s) {
+}  // namespace
+
+std::string foldCase(std::string_view s) {
     if (isAscii(s)) {
         std::string out(s);
         for (char& c : out) c = lowerAscii(c);
@@ -106,8 +108,6 @@ std::string fold(std::string_view s) {
     icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), int32_t(s.size()))).foldCase().toUTF8String(out);
     return out;
 }
-
-}  // namespace
 
 void appendUTF8(std::string& out, char32_t c) {
     if (c < 0x80) {
@@ -239,14 +239,14 @@ int compareCaseInsensitive(std::string_view a, std::string_view b) {
         for (size_t i = 0; i < n && c == 0; ++i) c = lowerAscii(a[i]) - lowerAscii(b[i]);
         if (c == 0) c = a.size() < b.size() ? -1 : (a.size() > b.size() ? 1 : 0);
     } else {
-        c = fold(a).compare(fold(b));
+        c = foldCase(a).compare(foldCase(b));
     }
     if (c == 0) c = a.compare(b);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 
 bool equalsCaseInsensitive(std::string_view a, std::string_view b) {
-    return fold(a) == fold(b);
+    return foldCase(a) == foldCase(b);
 }
 
 bool endsWithCaseInsensitive(std::string_view s, std::string_view suffix) {
@@ -256,7 +256,7 @@ bool endsWithCaseInsensitive(std::string_view s, std::string_view suffix) {
             if (lowerAscii(s[s.size() - suffix.size() + k]) != lowerAscii(suffix[k])) return false;
         return true;
     }
-    std::string fs = fold(s), fx = fold(suffix);
+    std::string fs = foldCase(s), fx = foldCase(suffix);
     return fs.size() >= fx.size() && fs.compare(fs.size() - fx.size(), fx.size(), fx) == 0;
 }
 

@@ -51,6 +51,11 @@ size_t utf16Length(std::string_view utf8);
 // Leading and trailing white space and newlines removed.
 std::string trimWhitespace(std::string_view utf8);
 
+// Full Unicode case folding (ASCII letters lowered, other text folded by
+// ICU; UTF-8 in and out, a stray byte folds to U+FFFD). Comparing folded
+// texts byte by byte is comparing them without regard to case.
+std::string foldCase(std::string_view utf8);
+
 // Full Unicode case folding, then code-point order; names equal under folding
 // are ordered by their bytes so the order never depends on listing order.
 int compareCaseInsensitive(std::string_view a, std::string_view b);
